@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "apierror.h"
+#include "presignresponse.h"
+#include "sessionresponse.h"
+
+#include <QCoroTask>
+#include <QNetworkRequest>
+#include <QString>
+
+#include <chrono>
+
+class QNetworkAccessManager;
+class QNetworkReply;
+class QUrl;
+
+// The one gateway to the photo-selection service and its object store. Every operation is a
+// coroutine that completes with its result or throws: APIError when the service refuses,
+// TransportError when the exchange itself fails, DecodingError when a reply does not decode.
+//
+// The client lives on the main thread and is driven from there; the requests themselves run
+// concurrently in Qt's network stack.
+class APIClient {
+public:
+    // The process-wide client: made on first use (from the main thread) and never released.
+    // Its addresses come from QUILLMERE_SERVICE_URL and QUILLMERE_STORAGE_HOST when set, else
+    // from the values fixed at build time.
+    static APIClient &shared();
+
+    APIClient(QString baseURL, QString defaultStorageHost);
+    ~APIClient();
+    APIClient(const APIClient &) = delete;
+    APIClient &operator=(const APIClient &) = delete;
+
+    const QString &baseURL() const { return m_baseURL; }
+    const QString &defaultStorageHost() const { return m_defaultStorageHost; }
+
+    // Signs in and stores the token under "api_token" before completing with it.
+    QCoro::Task<QString> authenticate(QString email, QString password);
+    QCoro::Task<SessionResponse> createSession(QString name);
+    QCoro::Task<> endSession(QString slug);
+
+    // Upload calls take the network priority of their lane: previews go ahead of originals.
+    QCoro::Task<PresignResponse>
+    presign(qint64 folderId, QString filename, QString contentType,
+            QNetworkRequest::Priority priority = QNetworkRequest::NormalPriority);
+    QCoro::Task<> registerAttachment(qint64 folderId, QString url, QString key, QString bucket,
+                                     QNetworkRequest::Priority priority =
+                                         QNetworkRequest::NormalPriority);
+    // Posts the file as a multipart form and completes with its public URL.
+    QCoro::Task<QString>
+    uploadToStorage(PresignResponse presign, QByteArray fileData,
+                    QNetworkRequest::Priority priority = QNetworkRequest::NormalPriority);
+
+    // 60 seconds unless a test needs to see a timeout sooner.
+    void setRequestTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
+
+private:
+    enum class Authorization { none, bearer };
+    struct HttpResult {
+        int status;
+        QByteArray body;
+    };
+
+    QNetworkRequest request(const QUrl &url, Authorization authorization) const;
+    QNetworkRequest authorizedRequest(const QUrl &url) const;
+    QUrl endpoint(const QString &path) const;
+
+    // Sends and waits; throws TransportError, or APIError(failureCase) when the reply is not
+    // HTTP. The status test is the caller's: the endpoints disagree on it on purpose.
+    QCoro::Task<HttpResult> send(QNetworkRequest request, QByteArray verb, QByteArray body,
+                                 APIError::Case failureCase);
+
+    QString m_baseURL;
+    QString m_defaultStorageHost;
+    std::chrono::milliseconds m_timeout{std::chrono::seconds(60)};
+    QNetworkAccessManager *m_network;
+};

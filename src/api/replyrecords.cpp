@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// Decoding of the three reply records; they share the strict reader and nothing else.
+#include "authresponse.h"
+#include "presignresponse.h"
+#include "sessionresponse.h"
+#include "strictjsonobject.h"
+
+AuthResponse AuthResponse::decode(const QByteArray &body)
+{
+    const StrictJsonObject json(body, QStringLiteral("AuthResponse"));
+    return {json.string(QStringLiteral("token"))};
+}
+
+SessionResponse SessionResponse::decode(const QByteArray &body)
+{
+    const StrictJsonObject json(body, QStringLiteral("SessionResponse"));
+    return {json.int64(QStringLiteral("folder_id")), json.string(QStringLiteral("slug")),
+            json.string(QStringLiteral("live_url")), json.string(QStringLiteral("gallery_url"))};
+}
+
+PresignResponse PresignResponse::decode(const QByteArray &body)
+{
+    const StrictJsonObject json(body, QStringLiteral("PresignResponse"));
+    return {json.string(QStringLiteral("method")),   json.string(QStringLiteral("url")),
+            json.stringMap(QStringLiteral("fields")), json.string(QStringLiteral("key")),
+            json.string(QStringLiteral("bucket")),   json.optionalString(QStringLiteral("host"))};
+}

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "appstate.h"
+#include "livesession.h"
+
+#include <QCoroTask>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QUrl>
+#include <QVariant>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class APIClient;
+class FolderWatcher;
+class UploadManager;
+
+// The one controller: holds what the screens show, signs in, and carries a live session from
+// its start to its stop. Every property changes on the main thread only; no operation reports
+// to its caller, every failure ends as the one line of text in `error`.
+class SessionViewModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(AppStates::AppState state READ state NOTIFY stateChanged)
+    Q_PROPERTY(LiveSession session READ session WRITE setSession NOTIFY sessionChanged)
+    Q_PROPERTY(QVariant error READ errorValue NOTIFY errorChanged)
+    Q_PROPERTY(bool isAuthenticating READ isAuthenticating NOTIFY isAuthenticatingChanged)
+    Q_PROPERTY(bool isPaused READ isPaused WRITE setIsPaused NOTIFY isPausedChanged)
+    Q_PROPERTY(QString email READ email WRITE setEmail NOTIFY emailChanged)
+    Q_PROPERTY(QString password READ password WRITE setPassword NOTIFY passwordChanged)
+    Q_PROPERTY(UploadManager *uploadManager READ uploadManager NOTIFY uploadManagerChanged)
+
+public:
+    // Shows the platform's modal folder panel with the given prompt; no value on cancel. The
+    // app installs the real panel; tests answer it themselves.
+    using FolderChooser = std::function<std::optional<QUrl>(const QString &prompt)>;
+    static inline const QString folderPrompt =
+        QStringLiteral("Selecciona la carpeta donde llegarán las fotos");
+    static inline const QString missingSetupMessage =
+        QStringLiteral("Ingresa el nombre del cliente y selecciona una carpeta");
+
+    explicit SessionViewModel(QObject *parent = nullptr);
+    ~SessionViewModel() override;
+
+    AppState state() const { return m_state; }
+    const LiveSession &session() const { return m_session; }
+    void setSession(const LiveSession &session);
+    Q_INVOKABLE void setClientName(const QString &clientName);
+    const std::optional<QString> &error() const { return m_error; }
+    QVariant errorValue() const { return m_error ? QVariant(*m_error) : QVariant(); }
+    bool isAuthenticating() const { return m_isAuthenticating; }
+    bool isPaused() const { return m_isPaused; }
+    void setIsPaused(bool paused);
+    const QString &email() const { return m_email; }
+    void setEmail(const QString &email);
+    const QString &password() const { return m_password; }
+    void setPassword(const QString &password);
+    FolderWatcher *watcher() const { return m_watcher.get(); }
+    UploadManager *uploadManager() const { return m_uploadManager.get(); }
+    APIClient &api() const { return m_api; }
+
+    // Whether a bearer token is stored: the screens show the login screen until there is one.
+    Q_INVOKABLE bool hasStoredToken() const;
+
+    void setFolderChooser(FolderChooser chooser) { m_folderChooser = std::move(chooser); }
+
+    Q_INVOKABLE void login();
+    Q_INVOKABLE void pickFolder();
+    Q_INVOKABLE void startSession();
+    Q_INVOKABLE void stopSession();
+    Q_INVOKABLE void newSession();
+
+    // The same operations for callers that want to wait for their end (tests, scripts).
+    QCoro::Task<> loginTask();
+    QCoro::Task<> startSessionTask();
+    QCoro::Task<> stopSessionTask();
+
+Q_SIGNALS:
+    void stateChanged();
+    void sessionChanged();
+    void errorChanged();
+    void isAuthenticatingChanged();
+    void isPausedChanged();
+    void emailChanged();
+    void passwordChanged();
+    void uploadManagerChanged();
+
+private:
+    void setState(AppState state);
+    void setError(std::optional<QString> error);
+    void setIsAuthenticating(bool authenticating);
+    void setUploadManager(std::unique_ptr<UploadManager> manager);
+    void handleNewFile(const QUrl &file);
+
+    AppState m_state = AppState::setup;
+    LiveSession m_session;
+    std::optional<QString> m_error;
+    bool m_isAuthenticating = false;
+    bool m_isPaused = false;
+    QString m_email;
+    QString m_password;
+    std::unique_ptr<FolderWatcher> m_watcher;
+    std::unique_ptr<UploadManager> m_uploadManager;
+    APIClient &m_api;
+    FolderChooser m_folderChooser;
+};

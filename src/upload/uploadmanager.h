@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QVariant>
+
+#include <memory>
+#include <optional>
+
+class APIClient;
+class AsyncSemaphore;
+class QUrl;
+
+// Sends every new photo of a live session: first its preview (made, authorised, stored and
+// registered; two at a time), then its original (one at a time, one retry). Counters and the
+// last error change only on the main thread. Jobs hold the manager weakly and run to their end
+// even after it is gone.
+class UploadManager : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(qint64 uploadedCount READ uploadedCount NOTIFY uploadedCountChanged)
+    Q_PROPERTY(qint64 fullResUploaded READ fullResUploaded NOTIFY fullResUploadedChanged)
+    Q_PROPERTY(qint64 fullResTotal READ fullResTotal NOTIFY fullResTotalChanged)
+    Q_PROPERTY(QVariant error READ errorValue NOTIFY errorChanged)
+
+public:
+    explicit UploadManager(qint64 folderId, QObject *parent = nullptr);
+    ~UploadManager() override;
+
+    // Returns at once; the photo's jobs run in the background. Call on the main thread.
+    void uploadFile(const QUrl &fileURL);
+
+    qint64 uploadedCount() const { return m_uploadedCount; }
+    qint64 fullResUploaded() const { return m_fullResUploaded; }
+    qint64 fullResTotal() const { return m_fullResTotal; }
+    const std::optional<QString> &error() const { return m_error; }
+    QVariant errorValue() const { return m_error ? QVariant(*m_error) : QVariant(); }
+
+    // "preview_" + the file name with every occurrence of its extension replaced by "jpg".
+    static QString previewName(const QString &fileName, const QString &extension);
+
+Q_SIGNALS:
+    void uploadedCountChanged();
+    void fullResUploadedChanged();
+    void fullResTotalChanged();
+    void errorChanged();
+
+private:
+    friend class UploadJobs;
+    void recordPreviewUploaded();
+    void recordOriginalUploaded();
+    void setError(const QString &message);
+
+    qint64 m_uploadedCount = 0;
+    qint64 m_fullResUploaded = 0;
+    qint64 m_fullResTotal = 0;
+    std::optional<QString> m_error;
+    const qint64 m_folderId;
+    APIClient &m_api;
+    std::shared_ptr<AsyncSemaphore> m_previewSemaphore;
+    std::shared_ptr<AsyncSemaphore> m_fullResSemaphore;
+};
