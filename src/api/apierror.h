@@ -3,7 +3,7 @@
 
 #include "requestfailure.h"
 
-#include <QtGlobal>
+#include <QHashFunctions>
 
 // The service's refusal of one endpoint. Equality and hashing look at the case only; the HTTP
 // status is kept for diagnostics (0 when the reply was not HTTP at all).

@@ -3,6 +3,7 @@
 
 #include "appstate.h"
 #include "livesession.h"
+#include "uploadmanager.h"
 
 #include <QCoroTask>
 #include <QObject>
@@ -17,7 +18,6 @@
 
 class APIClient;
 class FolderWatcher;
-class UploadManager;
 
 // The one controller: holds what the screens show, signs in, and carries a live session from
 // its start to its stop. Every property changes on the main thread only; no operation reports

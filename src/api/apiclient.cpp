@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: MIT
+#include "apiclient.h"
+
+#include "authresponse.h"
+#include "multipartformbody.h"
+#include "preferences.h"
+#include "transporterror.h"
+
+#include <QCoroNetworkReply>
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QThread>
+#include <QUrl>
+
+#include <memory>
+
+namespace {
+
+QString configured(const char *environmentName, const char *builtIn)
+{
+    const QString fromEnvironment = qEnvironmentVariable(environmentName);
+    return fromEnvironment.isEmpty() ? QString::fromUtf8(builtIn) : fromEnvironment;
+}
+
+// Every address is assembled from trusted pieces, so one that does not parse is a defect of
+// the program, not a condition to report.
+QUrl parsedOrFatal(const QString &text)
+{
+    QUrl url(text, QUrl::StrictMode);
+    if (!url.isValid() || url.isRelative())
+        qFatal("APIClient: \"%s\" is not a valid absolute URL", qPrintable(text));
+    return url;
+}
+
+QByteArray compactJson(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+// Qt reports HTTP error statuses as errors too; only failures below the HTTP layer (connection,
+// TLS, timeout, a reply cut short) are transport errors.
+bool isTransportFailure(QNetworkReply::NetworkError error)
+{
+    return error != QNetworkReply::NoError && error < QNetworkReply::ContentAccessDenied;
+}
+
+bool isSuccess2xx(int status) { return status >= 200 && status <= 299; }
+
+} // namespace
+
+APIClient &APIClient::shared()
+{
+    // Made once and deliberately never destroyed: upload jobs may still hold it while the
+    // application shuts down.
+    static APIClient *const instance =
+        new APIClient(configured("QUILLMERE_SERVICE_URL", QUILLMERE_DEFAULT_SERVICE_URL),
+                      configured("QUILLMERE_STORAGE_HOST", QUILLMERE_DEFAULT_STORAGE_HOST));
+    return *instance;
+}
+
+APIClient::APIClient(QString baseURL, QString defaultStorageHost)
+    : m_baseURL(std::move(baseURL))
+    , m_defaultStorageHost(std::move(defaultStorageHost))
+    , m_network(new QNetworkAccessManager)
+{
+}
+
+APIClient::~APIClient() { delete m_network; }
+
+QUrl APIClient::endpoint(const QString &path) const { return parsedOrFatal(m_baseURL + path); }
+
+QNetworkRequest APIClient::request(const QUrl &url, Authorization authorization) const
+{
+    QNetworkRequest request(url);
+    request.setTransferTimeout(static_cast<int>(m_timeout.count()));
+    if (authorization == Authorization::bearer) {
+        // Read afresh for every request: a sign-in may have replaced the token meanwhile.
+        if (const std::optional<QString> token = Preferences::string(Preferences::apiTokenKey))
+            request.setRawHeader("Authorization", "Bearer " + token->toUtf8());
+    }
+    return request;
+}
+
+QNetworkRequest APIClient::authorizedRequest(const QUrl &url) const
+{
+    return request(url, Authorization::bearer);
+}
+
+QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByteArray verb,
+                                                   QByteArray body, APIError::Case failureCase)
+{
+    if (QThread::currentThread() != m_network->thread())
+        qFatal("APIClient: requests must be sent from the thread that owns the client");
+
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        m_network->sendCustomRequest(request, verb, body),
+        [](QNetworkReply *r) { r->deleteLater(); });
+    co_await reply.get();
+
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (isTransportFailure(reply->error()) || (!status.isValid() && reply->error()))
+        throw TransportError(reply->error(), reply->errorString());
+    if (!status.isValid())
+        throw APIError(failureCase);
+    co_return HttpResult{status.toInt(), reply->readAll()};
+}
+
+QCoro::Task<QString> APIClient::authenticate(QString email, QString password)
+{
+    QNetworkRequest request =
+        this->request(endpoint(QStringLiteral("/api/live/sessions/authenticate")),
+                      Authorization::none);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    const QByteArray body = compactJson({{QStringLiteral("email"), email},
+                                         {QStringLiteral("password"), password}});
+
+    const HttpResult result = co_await send(request, "POST", body, APIError::authFailed);
+    if (result.status != 200)
+        throw APIError(APIError::authFailed, result.status);
+    const AuthResponse auth = AuthResponse::decode(result.body);
+    Preferences::setString(Preferences::apiTokenKey, auth.token);
+    co_return auth.token;
+}
+
+QCoro::Task<SessionResponse> APIClient::createSession(QString name)
+{
+    QNetworkRequest request = authorizedRequest(endpoint(QStringLiteral("/api/live/sessions")));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    const QByteArray body = compactJson({{QStringLiteral("name"), name}});
+
+    const HttpResult result =
+        co_await send(request, "POST", body, APIError::sessionCreateFailed);
+    if (result.status != 201)
+        throw APIError(APIError::sessionCreateFailed, result.status);
+    co_return SessionResponse::decode(result.body);
+}
+
+QCoro::Task<> APIClient::endSession(QString slug)
+{
+    const QNetworkRequest request =
+        authorizedRequest(endpoint(QStringLiteral("/api/live/sessions/") + slug));
+    const HttpResult result = co_await send(request, "DELETE", {}, APIError::sessionEndFailed);
+    if (result.status != 200)
+        throw APIError(APIError::sessionEndFailed, result.status);
+}
+
+QCoro::Task<PresignResponse> APIClient::presign(qint64 folderId, QString filename,
+                                                QString contentType,
+                                                QNetworkRequest::Priority priority)
+{
+    QUrl url = endpoint(QLatin1Char('/') + QString::number(folderId) +
+                        QStringLiteral("/source_files/presign.json"));
+    // Everything outside the unreserved set is escaped, "+" included: servers read a bare "+"
+    // in a query as a space.
+    const QByteArray query = "filename=" + QUrl::toPercentEncoding(filename) +
+                             "&content_type=" + QUrl::toPercentEncoding(contentType);
+    url.setQuery(QString::fromLatin1(query), QUrl::StrictMode);
+    if (!url.isValid())
+        qFatal("APIClient: presign URL for \"%s\" does not form", qPrintable(filename));
+
+    QNetworkRequest request = authorizedRequest(url);
+    request.setPriority(priority);
+    const HttpResult result = co_await send(request, "GET", {}, APIError::presignFailed);
+    if (result.status != 200)
+        throw APIError(APIError::presignFailed, result.status);
+    co_return PresignResponse::decode(result.body);
+}
+
+QCoro::Task<> APIClient::registerAttachment(qint64 folderId, QString url, QString key,
+                                            QString bucket, QNetworkRequest::Priority priority)
+{
+    QNetworkRequest request = authorizedRequest(
+        endpoint(QLatin1Char('/') + QString::number(folderId) + QStringLiteral("/source_files.json")));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    request.setPriority(priority);
+    const QString createdAt = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
+    const QByteArray body = compactJson(
+        {{QStringLiteral("source_file"), QJsonObject{{QStringLiteral("url"), url},
+                                                     {QStringLiteral("key"), key},
+                                                     {QStringLiteral("bucket"), bucket},
+                                                     {QStringLiteral("created_at"), createdAt}}}});
+
+    const HttpResult result = co_await send(request, "POST", body, APIError::registerFailed);
+    if (!isSuccess2xx(result.status))
+        throw APIError(APIError::registerFailed, result.status);
+}
+
+QCoro::Task<QString> APIClient::uploadToStorage(PresignResponse presign, QByteArray fileData,
+                                                QNetworkRequest::Priority priority)
+{
+    QNetworkRequest request = this->request(parsedOrFatal(presign.url), Authorization::none);
+    const QString boundary = MultipartFormBody::newBoundary();
+    request.setRawHeader("Content-Type", MultipartFormBody::contentType(boundary));
+    request.setPriority(priority);
+    QByteArray body = MultipartFormBody::build(presign.fields, fileData, boundary);
+    // The body holds its own copy; the caller's bytes need not live on through the upload.
+    fileData = QByteArray();
+
+    const HttpResult result =
+        co_await send(request, "POST", std::move(body), APIError::uploadFailed);
+    if (!isSuccess2xx(result.status))
+        throw APIError(APIError::uploadFailed, result.status);
+    co_return QStringLiteral("https://") + presign.host.value_or(m_defaultStorageHost) +
+        QLatin1Char('/') + presign.bucket + QLatin1Char('/') + presign.key;
+}
