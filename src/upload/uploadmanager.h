@@ -46,7 +46,7 @@ Q_SIGNALS:
     void errorChanged();
 
 private:
-    friend class UploadJobs;
+    friend class UploadJobs; // the jobs report back through the three private calls below
     void recordPreviewUploaded();
     void recordOriginalUploaded();
     void setError(const QString &message);

@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: MIT
+#include "sessionviewmodel.h"
+
+#include "apiclient.h"
+#include "folderwatcher.h"
+#include "preferences.h"
+#include "requestfailure.h"
+#include "uploadmanager.h"
+
+namespace {
+QString describe(const std::exception &error)
+{
+    if (const auto *failure = dynamic_cast<const RequestFailure *>(&error))
+        return failure->localizedDescription();
+    return QString::fromUtf8(error.what());
+}
+} // namespace
+
+SessionViewModel::SessionViewModel(QObject *parent)
+    : QObject(parent)
+    , m_email(Preferences::string(Preferences::savedEmailKey).value_or(QString()))
+    , m_api(APIClient::shared())
+{
+}
+
+SessionViewModel::~SessionViewModel() = default;
+
+void SessionViewModel::setState(AppState state)
+{
+    if (m_state == state)
+        return;
+    m_state = state;
+    Q_EMIT stateChanged();
+}
+
+void SessionViewModel::setSession(const LiveSession &session)
+{
+    if (m_session == session)
+        return;
+    m_session = session;
+    Q_EMIT sessionChanged();
+}
+
+void SessionViewModel::setClientName(const QString &clientName)
+{
+    LiveSession session = m_session;
+    session.clientName = clientName;
+    setSession(session);
+}
+
+void SessionViewModel::setError(std::optional<QString> error)
+{
+    if (m_error == error)
+        return;
+    m_error = std::move(error);
+    Q_EMIT errorChanged();
+}
+
+void SessionViewModel::setIsAuthenticating(bool authenticating)
+{
+    if (m_isAuthenticating == authenticating)
+        return;
+    m_isAuthenticating = authenticating;
+    Q_EMIT isAuthenticatingChanged();
+}
+
+void SessionViewModel::setIsPaused(bool paused)
+{
+    if (m_isPaused == paused)
+        return;
+    m_isPaused = paused;
+    Q_EMIT isPausedChanged();
+}
+
+void SessionViewModel::setEmail(const QString &email)
+{
+    if (m_email == email)
+        return;
+    m_email = email;
+    Q_EMIT emailChanged();
+}
+
+void SessionViewModel::setPassword(const QString &password)
+{
+    if (m_password == password)
+        return;
+    m_password = password;
+    Q_EMIT passwordChanged();
+}
+
+void SessionViewModel::setUploadManager(std::unique_ptr<UploadManager> manager)
+{
+    if (m_uploadManager == manager)
+        return;
+    // Announce before the old manager goes, so no screen is left holding a dangling pointer.
+    std::unique_ptr<UploadManager> previous = std::exchange(m_uploadManager, std::move(manager));
+    Q_EMIT uploadManagerChanged();
+    previous.reset();
+}
+
+bool SessionViewModel::hasStoredToken() const
+{
+    return Preferences::string(Preferences::apiTokenKey).has_value();
+}
+
+void SessionViewModel::login() { loginTask(); }
+void SessionViewModel::startSession() { startSessionTask(); }
+void SessionViewModel::stopSession() { stopSessionTask(); }
+
+QCoro::Task<> SessionViewModel::loginTask()
+{
+    setIsAuthenticating(true);
+    setError(std::nullopt);
+    const QString email = m_email;
+    const QString password = m_password;
+    QPointer<SessionViewModel> self(this);
+    try {
+        co_await m_api.authenticate(email, password);
+        if (!self)
+            co_return;
+        Preferences::setString(Preferences::savedEmailKey, email);
+    } catch (const std::exception &error) {
+        if (!self)
+            co_return;
+        setError(describe(error));
+    }
+    setIsAuthenticating(false);
+}
+
+void SessionViewModel::pickFolder()
+{
+    if (!m_folderChooser)
+        return;
+    if (const std::optional<QUrl> folder = m_folderChooser(folderPrompt)) {
+        LiveSession session = m_session;
+        session.watchFolder = *folder;
+        setSession(session);
+    }
+}
+
+QCoro::Task<> SessionViewModel::startSessionTask()
+{
+    if (m_session.clientName.isEmpty() || !m_session.watchFolder) {
+        setError(missingSetupMessage);
+        co_return;
+    }
+    setError(std::nullopt);
+
+    QPointer<SessionViewModel> self(this);
+    SessionResponse reply;
+    try {
+        reply = co_await m_api.createSession(m_session.clientName);
+    } catch (const std::exception &error) {
+        if (self)
+            setError(describe(error));
+        co_return;
+    }
+    if (!self)
+        co_return;
+
+    LiveSession session = m_session;
+    session.folderId = reply.folder_id;
+    session.slug = reply.slug;
+    session.liveURL = reply.live_url;
+    session.galleryURL = reply.gallery_url;
+    setSession(session);
+
+    setUploadManager(std::make_unique<UploadManager>(reply.folder_id));
+
+    const QUrl folder = *m_session.watchFolder;
+    auto watcher = std::make_unique<FolderWatcher>(
+        folder, [self](const QUrl &file) { if (self) self->handleNewFile(file); },
+        FolderWatcher::listFiles(folder));
+    m_watcher = std::move(watcher);
+    m_watcher->start();
+
+    setState(AppState::recording);
+}
+
+void SessionViewModel::handleNewFile(const QUrl &file)
+{
+    // A pause drops the photo for good: the watcher already counts it as known.
+    if (m_isPaused)
+        return;
+    // Handed over in a turn of its own, so the watcher's poll returns at once.
+    QMetaObject::invokeMethod(
+        this, [this, file] {
+            if (m_uploadManager)
+                m_uploadManager->uploadFile(file);
+        },
+        Qt::QueuedConnection);
+}
+
+QCoro::Task<> SessionViewModel::stopSessionTask()
+{
+    if (m_watcher)
+        m_watcher->invalidateTimer();
+    m_watcher.reset();
+
+    QPointer<SessionViewModel> self(this);
+    if (m_session.slug) {
+        try {
+            co_await m_api.endSession(*m_session.slug);
+        } catch (const std::exception &error) {
+            if (self)
+                setError(describe(error));
+        }
+        if (!self)
+            co_return;
+    }
+
+    if (m_uploadManager) {
+        LiveSession session = m_session;
+        session.uploadedCount = m_uploadManager->uploadedCount();
+        session.fullResUploaded = m_uploadManager->fullResUploaded();
+        session.fullResTotal = m_uploadManager->fullResTotal();
+        setSession(session);
+    }
+    setState(AppState::finished);
+}
+
+void SessionViewModel::newSession()
+{
+    setSession(LiveSession());
+    setUploadManager(nullptr);
+    setIsPaused(false);
+    setError(std::nullopt);
+    setState(AppState::setup);
+}

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "uploadmanager.h"
+
+#include "apiclient.h"
+#include "asyncsemaphore.h"
+#include "uploadjobs.h"
+
+#include <QFileInfo>
+#include <QUrl>
+
+#include <limits>
+
+namespace {
+
+void increment(qint64 &counter, const char *name)
+{
+    if (counter == std::numeric_limits<qint64>::max())
+        qFatal("UploadManager: %s overflowed", name);
+    ++counter;
+}
+
+} // namespace
+
+UploadManager::UploadManager(qint64 folderId, QObject *parent)
+    : QObject(parent)
+    , m_folderId(folderId)
+    , m_api(APIClient::shared())
+    , m_previewSemaphore(std::make_shared<AsyncSemaphore>(2))
+    , m_fullResSemaphore(std::make_shared<AsyncSemaphore>(1))
+{
+}
+
+UploadManager::~UploadManager() = default;
+
+QString UploadManager::previewName(const QString &fileName, const QString &extension)
+{
+    QString name = fileName;
+    if (!extension.isEmpty())
+        name.replace(extension, QStringLiteral("jpg"), Qt::CaseSensitive);
+    return QStringLiteral("preview_") + name;
+}
+
+void UploadManager::uploadFile(const QUrl &fileURL)
+{
+    const QString fileName = fileURL.fileName();
+    const QString extension = QFileInfo(fileName).suffix();
+    UploadJobs::runPreviewJob({fileURL, fileName, previewName(fileName, extension), m_folderId,
+                               &m_api, m_previewSemaphore, m_fullResSemaphore, this});
+}
+
+void UploadManager::recordPreviewUploaded()
+{
+    // Both counters move in the same turn of the event loop, so no observer ever sees a
+    // preview counted without its original being due.
+    increment(m_uploadedCount, "uploadedCount");
+    increment(m_fullResTotal, "fullResTotal");
+    Q_EMIT uploadedCountChanged();
+    Q_EMIT fullResTotalChanged();
+}
+
+void UploadManager::recordOriginalUploaded()
+{
+    increment(m_fullResUploaded, "fullResUploaded");
+    Q_EMIT fullResUploadedChanged();
+}
+
+void UploadManager::setError(const QString &message)
+{
+    m_error = message;
+    Q_EMIT errorChanged();
+}
