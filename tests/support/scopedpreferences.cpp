@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "scopedpreferences.h"
+
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QSettings>
+
+namespace {
+const QString organisation = QStringLiteral("Quillmere");
+const QString application = QStringLiteral("QuillmereLive");
+} // namespace
+
+ScopedPreferences::ScopedPreferences()
+{
+    if (!m_directory.isValid())
+        qFatal("ScopedPreferences: no temporary folder");
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_directory.path());
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, m_directory.path());
+}
+
+ScopedPreferences::~ScopedPreferences()
+{
+    // Nothing may keep writing into the folder about to vanish: point elsewhere harmlessly.
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QDir::tempPath());
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, QDir::tempPath());
+}
+
+QStringList ScopedPreferences::storedKeys() const
+{
+    return QSettings(organisation, application).allKeys();
+}
+
+std::optional<QString> ScopedPreferences::stored(const QString &key) const
+{
+    const QVariant value = QSettings(organisation, application).value(key);
+    return value.isValid() ? std::optional(value.toString()) : std::nullopt;
+}
+
+void ScopedPreferences::store(const QString &key, const QString &value)
+{
+    QSettings settings(organisation, application);
+    settings.setValue(key, value);
+    settings.sync();
+}
+
+void ScopedPreferences::remove(const QString &key)
+{
+    QSettings settings(organisation, application);
+    settings.remove(key);
+    settings.sync();
+}
+
+QString ScopedPreferences::storageText() const
+{
+    QString text;
+    QDirIterator files(m_directory.path(), QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        QFile file(files.next());
+        if (file.open(QIODevice::ReadOnly))
+            text += QString::fromUtf8(file.readAll());
+    }
+    return text;
+}

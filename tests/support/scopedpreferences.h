@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QTemporaryDir>
+
+#include <optional>
+
+// Points the program's per-user preferences at a fresh temporary folder for the life of the
+// object, so a test never reads or writes the real user's token and e-mail.
+class ScopedPreferences {
+public:
+    ScopedPreferences();
+    ~ScopedPreferences();
+    ScopedPreferences(const ScopedPreferences &) = delete;
+    ScopedPreferences &operator=(const ScopedPreferences &) = delete;
+
+    // Every key and value as stored on disk right now, read back by a separate QSettings, so
+    // a test can tell exactly what the program wrote.
+    QStringList storedKeys() const;
+    std::optional<QString> stored(const QString &key) const;
+    void store(const QString &key, const QString &value);
+    void remove(const QString &key);
+    QString storageText() const;
+
+private:
+    QTemporaryDir m_directory;
+};
