@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QMap>
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QStringList>
 #include <QUrl>
 
 #include <functional>
 
+class QFileSystemWatcher;
 class QTimer;
 
 // Finds the photos the camera drops into the watch folder and hands each one over once, as
@@ -22,10 +25,17 @@ public:
                   QObject *parent = nullptr);
     ~FolderWatcher() override;
 
+    // Starts polling (the first poll one second from now) and, unless turned off, listening
+    // for the file system's change notifications on the folder.
     void start();
     // Stops every timer and notification; the watcher hands nothing over afterwards.
     void invalidateTimer();
     void checkForNewFiles();
+
+    // On by default. Turning them off before start() leaves the one-second poll alone in
+    // charge, as on a network share that never reports changes.
+    void setNotificationsEnabled(bool enabled);
+    bool notificationsEnabled() const { return m_notificationsEnabled; }
 
     static QSet<QString> listFiles(const QUrl &folder);
     static bool isFileReady(const QUrl &file);
@@ -35,8 +45,27 @@ public:
     bool isRunning() const;
 
 private:
+    void onFolderChanged();
+    void checkPendingFiles();
+    // Judges the given candidates in name order and hands over those that are ready.
+    void handOverReady(QStringList names);
+    void scheduleReadyCheck();
+    void watchFolderIfPresent();
+
     QUrl m_watchURL;
+    QString m_folderPath;
     NewFileHandler m_onNewFile;
     QSet<QString> m_knownFiles;
     QTimer *m_timer = nullptr;
+
+    // The event source: only the folder itself is watched, never its files.
+    QFileSystemWatcher *m_source = nullptr;
+    QTimer *m_folderChangeTimer = nullptr;
+    qint64 m_lastCheckCost = 0; // milliseconds the last full check took
+    // Candidates seen not yet ready, and when each can first be ready if left alone.
+    QMap<QString, qint64> m_pending;
+    QTimer *m_readyTimer = nullptr;
+
+    bool m_notificationsEnabled = true;
+    bool m_invalidated = false;
 };
