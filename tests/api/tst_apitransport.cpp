@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+// Failures below HTTP reach the caller as transport errors, never as the service's refusals.
+#include "apiclient.h"
+#include "apierror.h"
+#include "devservicefixture.h"
+#include "scopedpreferences.h"
+#include "taskoutcome.h"
+#include "transporterror.h"
+
+#include <QSslConfiguration>
+#include <QTcpServer>
+#include <QTest>
+
+class ApiTransportTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_preferences.reset();
+        m_preferences = std::make_unique<ScopedPreferences>();
+    }
+
+    void untrustedCertificateIsATransportError()
+    {
+        DevService service;
+        QVERIFY2(service.start(DevService::Transport::https), qPrintable(service.errorString()));
+        QVERIFY(service.baseURL().startsWith(QStringLiteral("https://")));
+        APIClient api(service.baseURL(), service.storageHost());
+        const auto outcome = awaitOutcome(api.authenticate(DevService::demoEmail(), DevService::demoPassword()));
+        const auto error = outcome.errorAs<TransportError>();
+        QVERIFY(error);
+        QCOMPARE(error->code(), QNetworkReply::SslHandshakeFailedError);
+        QVERIFY(!error->localizedDescription().isEmpty());
+        QVERIFY(!m_preferences->stored(QStringLiteral("api_token")));
+    }
+
+    void trustedCertificateWorks()
+    {
+        DevService service;
+        QVERIFY2(service.start(DevService::Transport::https), qPrintable(service.errorString()));
+        const QSslConfiguration original = QSslConfiguration::defaultConfiguration();
+        QSslConfiguration trusting = original;
+        trusting.addCaCertificate(service.certificate());
+        QSslConfiguration::setDefaultConfiguration(trusting);
+        APIClient api(service.baseURL(), service.storageHost());
+        const auto token = awaitOutcome(api.authenticate(DevService::demoEmail(), DevService::demoPassword()));
+        const auto session = awaitOutcome(api.createSession(QStringLiteral("Ana")));
+        const auto presign = session.value ? awaitOutcome(api.presign(session.value->folder_id, QStringLiteral("a.jpg"), QStringLiteral("image/jpeg"))).value : std::nullopt;
+        const auto url = presign ? awaitOutcome(api.uploadToStorage(*presign, "bytes")).value : std::nullopt;
+        QSslConfiguration::setDefaultConfiguration(original);
+        QVERIFY(token.value);
+        QVERIFY(session.value);
+        QVERIFY(presign);
+        QVERIFY(url);
+        QCOMPARE(service.storedObject(presign->key), std::optional(QByteArray("bytes")));
+    }
+
+    void timeoutIsATransportError()
+    {
+        DevService service;
+        QVERIFY2(service.start(), qPrintable(service.errorString()));
+        QVERIFY(service.injectFault(DevService::Fault::withDelay(QStringLiteral("authenticate"), 3000)));
+        APIClient api(service.baseURL(), service.storageHost());
+        api.setRequestTimeout(std::chrono::milliseconds(300));
+        const auto outcome = awaitOutcome(api.authenticate(DevService::demoEmail(), DevService::demoPassword()));
+        const auto error = outcome.errorAs<TransportError>();
+        QVERIFY(error);
+        QCOMPARE(error->code(), QNetworkReply::OperationCanceledError);
+        QVERIFY(!outcome.errorAs<APIError>());
+    }
+
+    void droppedConnectionIsATransportError_data()
+    {
+        QTest::addColumn<QString>("endpoint");
+        for (const char *endpoint : {"authenticate", "createSession", "endSession", "presign", "register", "upload"})
+            QTest::newRow(endpoint) << QString::fromLatin1(endpoint);
+    }
+    void droppedConnectionIsATransportError()
+    {
+        QFETCH(QString, endpoint);
+        DevService service;
+        QVERIFY2(service.start(), qPrintable(service.errorString()));
+        APIClient api(service.baseURL(), service.storageHost());
+        QVERIFY(awaitOutcome(api.authenticate(DevService::demoEmail(), DevService::demoPassword())).value);
+        const auto session = awaitOutcome(api.createSession(QStringLiteral("Ana")));
+        QVERIFY(session.value);
+        const auto presign = awaitOutcome(api.presign(session.value->folder_id, QStringLiteral("a.jpg"), QStringLiteral("image/jpeg")));
+        QVERIFY(presign.value);
+        // Qt sends a request again, once, when a kept-alive connection closes before any reply;
+        // the service must drop both tries for the caller to see the failure.
+        QVERIFY(service.injectFault(DevService::Fault::withDrop(endpoint, 3)));
+
+        std::exception_ptr error;
+        if (endpoint == QLatin1String("authenticate"))
+            error = awaitOutcome(api.authenticate(DevService::demoEmail(), DevService::demoPassword())).error;
+        else if (endpoint == QLatin1String("createSession"))
+            error = awaitOutcome(api.createSession(QStringLiteral("B"))).error;
+        else if (endpoint == QLatin1String("endSession"))
+            error = awaitOutcome(api.endSession(session.value->slug)).error;
+        else if (endpoint == QLatin1String("presign"))
+            error = awaitOutcome(api.presign(session.value->folder_id, QStringLiteral("b.jpg"), QStringLiteral("image/jpeg"))).error;
+        else if (endpoint == QLatin1String("register"))
+            error = awaitOutcome(api.registerAttachment(session.value->folder_id, QStringLiteral("u"), presign.value->key, presign.value->bucket)).error;
+        else
+            error = awaitOutcome(api.uploadToStorage(*presign.value, "x")).error;
+        QVERIFY(error);
+        try {
+            std::rethrow_exception(error);
+        } catch (const TransportError &transport) {
+            QVERIFY(transport.code() != QNetworkReply::NoError);
+        } catch (const std::exception &other) {
+            QFAIL(qPrintable(QStringLiteral("not a transport error: ") + QString::fromUtf8(other.what())));
+        }
+    }
+
+    void refusedConnectionIsATransportError()
+    {
+        QTcpServer unused;
+        QVERIFY(unused.listen(QHostAddress::LocalHost));
+        const quint16 port = unused.serverPort();
+        unused.close();
+        APIClient api(QStringLiteral("http://127.0.0.1:%1").arg(port), QStringLiteral("h"));
+        const auto error = awaitOutcome(api.createSession(QStringLiteral("Ana"))).errorAs<TransportError>();
+        QVERIFY(error);
+        QCOMPARE(error->code(), QNetworkReply::ConnectionRefusedError);
+    }
+
+private:
+    std::unique_ptr<ScopedPreferences> m_preferences;
+};
+
+QTEST_GUILESS_MAIN(ApiTransportTest)
+#include "tst_apitransport.moc"

@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: MIT
+// Upload authorisation, the object store's form upload and registration, over real sockets.
+#include "apiclient.h"
+#include "apierror.h"
+#include "decodingerror.h"
+#include "devservicefixture.h"
+#include "multipartformbody.h"
+#include "scopedpreferences.h"
+#include "taskoutcome.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QTest>
+
+namespace {
+// The layout of a form upload, written out independently of the client's builder.
+QByteArray expectedBody(const QMap<QString, QString> &fields, const QByteArray &file,
+                        const QByteArray &boundary)
+{
+    QByteArray body;
+    for (auto it = fields.begin(); it != fields.end(); ++it)
+        body += "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + it.key().toUtf8() +
+                "\"\r\n\r\n" + it.value().toUtf8() + "\r\n";
+    body += "--" + boundary +
+            "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"upload.jpg\"\r\n"
+            "Content-Type: image/jpeg\r\n\r\n" +
+            file + "\r\n--" + boundary + "--\r\n";
+    return body;
+}
+
+QByteArray boundaryOf(const DevService::ReceivedRequest &request)
+{
+    const QByteArray type = request.header("Content-Type");
+    const QByteArray prefix = "multipart/form-data; boundary=";
+    return type.startsWith(prefix) ? type.mid(prefix.size()) : QByteArray();
+}
+} // namespace
+
+class ApiUploadsTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
+        m_api = std::make_unique<APIClient>(m_service.baseURL(), QStringLiteral("default-store.test"));
+    }
+
+    void init()
+    {
+        QVERIFY(m_service.reset());
+        m_preferences.reset();
+        m_preferences = std::make_unique<ScopedPreferences>();
+        QVERIFY(awaitOutcome(m_api->authenticate(DevService::demoEmail(), DevService::demoPassword())).value);
+        const auto session = awaitOutcome(m_api->createSession(QStringLiteral("Ana")));
+        QVERIFY(session.value);
+        m_folderId = session.value->folder_id;
+    }
+
+    void presignSendsTheQueryAndDecodes()
+    {
+        const auto outcome = awaitOutcome(m_api->presign(m_folderId, QStringLiteral("IMG_0001.CR3"), QStringLiteral("image/jpeg")));
+        QVERIFY(outcome.value);
+        QCOMPARE(outcome.value->method, QStringLiteral("POST"));
+        QVERIFY(!outcome.value->fields.isEmpty());
+        QVERIFY(outcome.value->key.endsWith(QStringLiteral("IMG_0001.CR3")));
+        QCOMPARE(outcome.value->host, std::optional(m_service.storageHost()));
+
+        const auto requests = m_service.requests(QStringLiteral("presign"));
+        QCOMPARE(requests.size(), 1);
+        QCOMPARE(requests[0].method, QByteArray("GET"));
+        QCOMPARE(requests[0].path, QLatin1Char('/') + QString::number(m_folderId) + QStringLiteral("/source_files/presign.json"));
+        QVERIFY(requests[0].body.isEmpty());
+        QVERIFY(!requests[0].hasHeader("Content-Type"));
+        QVERIFY(requests[0].header("Authorization").startsWith("Bearer "));
+        const QList<QPair<QString, QString>> query = {{QStringLiteral("filename"), QStringLiteral("IMG_0001.CR3")},
+                                                      {QStringLiteral("content_type"), QStringLiteral("image/jpeg")}};
+        QCOMPARE(requests[0].query, query);
+    }
+
+    void hostileFilenameReachesTheServiceIntact()
+    {
+        const QString name = QStringLiteral("Boda Ana & Luis #3 + año=ñü?.JPG");
+        const auto outcome = awaitOutcome(m_api->presign(m_folderId, name, QStringLiteral("image/jpeg")));
+        QVERIFY(outcome.value);
+        const auto requests = m_service.requests(QStringLiteral("presign"));
+        QCOMPARE(requests[0].query.value(0).second, name);
+        QCOMPARE(requests[0].query.value(1).second, QStringLiteral("image/jpeg"));
+        // Percent-encoded on the wire: no raw space, "&", "#" or "+" inside the value.
+        QVERIFY(!requests[0].rawQuery.contains(QLatin1Char(' ')));
+        QCOMPARE(requests[0].rawQuery.count(QLatin1Char('&')), 1);
+        QVERIFY(!requests[0].rawQuery.contains(QLatin1Char('+')));
+    }
+
+    void presignHostVariants()
+    {
+        using Kind = DevService::FaultKind;
+        QVERIFY(m_service.injectFault(DevService::Fault::withBrokenReply(QStringLiteral("presign"), Kind::hostAbsent)));
+        QCOMPARE(presignNow()->host, std::nullopt);
+        QVERIFY(m_service.injectFault(DevService::Fault::withBrokenReply(QStringLiteral("presign"), Kind::hostNull)));
+        QCOMPARE(presignNow()->host, std::nullopt);
+        QVERIFY(m_service.injectFault(DevService::Fault::withBrokenReply(QStringLiteral("presign"), Kind::hostEmpty)));
+        QCOMPARE(presignNow()->host, std::optional(QString()));
+    }
+
+    void presignStatusTest()
+    {
+        QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("presign"), 201, "{}")));
+        auto error = awaitOutcome(m_api->presign(m_folderId, QStringLiteral("a.jpg"), QStringLiteral("image/jpeg"))).errorAs<APIError>();
+        QVERIFY(error);
+        QCOMPARE(error->errorCase(), APIError::presignFailed);
+        QCOMPARE(error->localizedDescription(), QStringLiteral("Error al preparar la subida"));
+    }
+
+    void presignFieldsWithANumberIsADecodingError()
+    {
+        QVERIFY(m_service.injectFault(DevService::Fault::withBrokenReply(
+            QStringLiteral("presign"), DevService::FaultKind::wrongType, QStringLiteral("fields.policy"))));
+        const auto outcome = awaitOutcome(m_api->presign(m_folderId, QStringLiteral("a.jpg"), QStringLiteral("image/jpeg")));
+        QVERIFY(outcome.errorAs<DecodingError>());
+        QVERIFY(!outcome.errorAs<APIError>());
+    }
+
+    void uploadIsByteExactAndRegisters()
+    {
+        const std::optional<PresignResponse> presign = presignNow();
+        QVERIFY(presign);
+        const QByteArray file = QByteArray("\xFF\xD8\xFF\xE0 not really a jpeg \r\n--\r\n", 26) + QByteArray(5000, 'x');
+        const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-1);
+        const auto url = awaitOutcome(m_api->uploadToStorage(*presign, file));
+        QVERIFY(url.value);
+        QCOMPARE(*url.value, QStringLiteral("https://") + m_service.storageHost() + QLatin1Char('/') + presign->bucket + QLatin1Char('/') + presign->key);
+        QCOMPARE(m_service.storedObject(presign->key), std::optional(file));
+
+        const auto uploads = m_service.requests(QStringLiteral("upload"));
+        QCOMPARE(uploads.size(), 1);
+        const QByteArray boundary = boundaryOf(uploads[0]);
+        QVERIFY(QRegularExpression(QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"))
+                    .match(QString::fromLatin1(boundary)).hasMatch());
+        QCOMPARE(uploads[0].body, expectedBody(presign->fields, file, boundary));
+        QVERIFY(!uploads[0].hasHeader("Authorization"));
+
+        QVERIFY(awaitOutcome(m_api->registerAttachment(m_folderId, *url.value, presign->key, presign->bucket)).value);
+        const auto registrations = m_service.requests(QStringLiteral("register"));
+        QCOMPARE(registrations.size(), 1);
+        QCOMPARE(registrations[0].path, QLatin1Char('/') + QString::number(m_folderId) + QStringLiteral("/source_files.json"));
+        QCOMPARE(registrations[0].header("Content-Type"), QByteArray("application/json"));
+        const QJsonObject body = QJsonDocument::fromJson(registrations[0].body).object();
+        QCOMPARE(body.keys(), QStringList{QStringLiteral("source_file")});
+        const QJsonObject member = body.value(QStringLiteral("source_file")).toObject();
+        QCOMPARE(member.size(), 4);
+        QCOMPARE(member.value(QStringLiteral("url")).toString(), *url.value);
+        QCOMPARE(member.value(QStringLiteral("key")).toString(), presign->key);
+        QCOMPARE(member.value(QStringLiteral("bucket")).toString(), presign->bucket);
+        const QString createdAt = member.value(QStringLiteral("created_at")).toString();
+        QVERIFY2(QRegularExpression(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ$")).match(createdAt).hasMatch(), qPrintable(createdAt));
+        const QDateTime stamp = QDateTime::fromString(createdAt, Qt::ISODate);
+        QVERIFY(stamp >= before && stamp <= QDateTime::currentDateTimeUtc().addSecs(1));
+        QCOMPARE(m_service.registeredFiles(m_folderId).size(), 1);
+    }
+
+    void twoUploadsNeverShareABoundary()
+    {
+        for (int i = 0; i < 2; ++i)
+            QVERIFY(awaitOutcome(m_api->uploadToStorage(*presignNow(), "abc")).value);
+        const auto uploads = m_service.requests(QStringLiteral("upload"));
+        QCOMPARE(uploads.size(), 2);
+        QVERIFY(!boundaryOf(uploads[0]).isEmpty());
+        QVERIFY(boundaryOf(uploads[0]) != boundaryOf(uploads[1]));
+    }
+
+    void emptyFieldsAndEmptyFile()
+    {
+        PresignResponse presign = *presignNow();
+        presign.fields.clear();
+        // The store refuses a form without its fields; the body sent is what matters here.
+        const auto refused = awaitOutcome(m_api->uploadToStorage(presign, QByteArray())).errorAs<APIError>();
+        QVERIFY(refused);
+        QCOMPARE(refused->errorCase(), APIError::uploadFailed);
+        QCOMPARE(refused->localizedDescription(), QStringLiteral("Error al subir la imagen"));
+        const auto uploads = m_service.requests(QStringLiteral("upload"));
+        const QByteArray boundary = boundaryOf(uploads[0]);
+        QCOMPARE(uploads[0].body, "--" + boundary + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"upload.jpg\"\r\nContent-Type: image/jpeg\r\n\r\n\r\n--" + boundary + "--\r\n");
+
+        const auto stored = awaitOutcome(m_api->uploadToStorage(*presignNow(), QByteArray()));
+        QVERIFY(stored.value);
+    }
+
+    void publicUrlFallsBackToTheDefaultHost()
+    {
+        PresignResponse presign = *presignNow();
+        presign.host.reset();
+        QCOMPARE(*awaitOutcome(m_api->uploadToStorage(presign, "x")).value,
+                 QStringLiteral("https://default-store.test/") + presign.bucket + QLatin1Char('/') + presign.key);
+        presign = *presignNow();
+        presign.host = QString();
+        QCOMPARE(*awaitOutcome(m_api->uploadToStorage(presign, "x")).value,
+                 QStringLiteral("https:///") + presign.bucket + QLatin1Char('/') + presign.key);
+    }
+
+    void storeStatusTest_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<bool>("succeeds");
+        QTest::newRow("200 with an error document") << 200 << true;
+        QTest::newRow("201") << 201 << true;
+        QTest::newRow("204") << 204 << true;
+        QTest::newRow("299") << 299 << true;
+        QTest::newRow("300") << 300 << false;
+        QTest::newRow("403") << 403 << false;
+        QTest::newRow("500") << 500 << false;
+    }
+    void storeStatusTest()
+    {
+        QFETCH(int, status);
+        QFETCH(bool, succeeds);
+        QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("upload"), status, "<Error><Code>AccessDenied</Code></Error>")));
+        const auto outcome = awaitOutcome(m_api->uploadToStorage(*presignNow(), "x"));
+        QCOMPARE(bool(outcome.value), succeeds);
+        if (!succeeds)
+            QCOMPARE(outcome.errorAs<APIError>()->errorCase(), APIError::uploadFailed);
+    }
+
+    void registerStatusTest_data() { storeStatusTest_data(); }
+    void registerStatusTest()
+    {
+        QFETCH(int, status);
+        QFETCH(bool, succeeds);
+        QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("register"), status)));
+        const auto outcome = awaitOutcome(m_api->registerAttachment(m_folderId, QStringLiteral("https://h/b/k"), QStringLiteral("k"), QStringLiteral("b")));
+        QCOMPARE(bool(outcome.value), succeeds);
+        if (!succeeds) {
+            QCOMPARE(outcome.errorAs<APIError>()->errorCase(), APIError::registerFailed);
+            QCOMPARE(outcome.errorAs<APIError>()->localizedDescription(), QStringLiteral("Error al registrar la imagen"));
+        }
+    }
+
+    void hundredMegabyteUpload()
+    {
+        QByteArray file(100 * 1024 * 1024, Qt::Uninitialized);
+        for (qsizetype i = 0; i < file.size(); ++i)
+            file[i] = char((i * 2654435761u) >> 24);
+        const PresignResponse presign = *presignNow();
+        QVERIFY(awaitOutcome(m_api->uploadToStorage(presign, file)).value);
+        const std::optional<QByteArray> stored = m_service.storedObject(presign.key);
+        QVERIFY(stored);
+        QCOMPARE(stored->size(), file.size());
+        QVERIFY(*stored == file);
+    }
+
+private:
+    std::optional<PresignResponse> presignNow()
+    {
+        return awaitOutcome(m_api->presign(m_folderId, QStringLiteral("upload.jpg"), QStringLiteral("image/jpeg"))).value;
+    }
+
+    DevService m_service;
+    std::unique_ptr<APIClient> m_api;
+    std::unique_ptr<ScopedPreferences> m_preferences;
+    qint64 m_folderId = 0;
+};
+
+QTEST_GUILESS_MAIN(ApiUploadsTest)
+#include "tst_apiuploads.moc"
