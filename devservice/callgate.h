@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "endpoint.h"
+#include "faultplan.h"
+#include "httplibfwd.h"
+#include "requestlog.h"
+
+#include <QJsonObject>
+#include <optional>
+
+struct ServiceContext;
+
+// What every call of a service endpoint goes through: it is recorded, it may meet a planned
+// fault, and all but sign-in must carry a token the service issued.
+class CallGate {
+public:
+    explicit CallGate(ServiceContext &context);
+
+    // Takes the endpoint's next fault, if any, and waits out its delay.
+    std::optional<Fault> nextFault(Endpoint endpoint);
+    // Plays a fault that answers instead of the endpoint (a status, a dropped connection);
+    // true when it did, and the endpoint must do nothing more.
+    bool answeredByFault(const std::optional<Fault> &fault, const httplib::Request &request,
+                         httplib::Response &response) const;
+    void record(Endpoint endpoint, ReceivedRequest request);
+
+    // The three steps above for a call whose body httplib has already read. False when the
+    // call is answered.
+    bool admit(Endpoint endpoint, const httplib::Request &request, httplib::Response &response,
+               std::optional<Fault> &fault);
+
+    // Answers 401 unless the request carries "Authorization: Bearer <issued token>".
+    bool authorised(const httplib::Request &request, httplib::Response &response) const;
+
+    // A reply as the endpoint made it, broken first if the fault says so.
+    static void reply(const std::optional<Fault> &fault, httplib::Response &response, int status,
+                      const QJsonObject &body);
+
+private:
+    ServiceContext &m_context;
+};

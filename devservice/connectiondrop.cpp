@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#include "connectiondrop.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+namespace {
+
+struct SocketAddress {
+    std::string address;
+    int port = -1;
+};
+
+SocketAddress describe(const sockaddr_storage &address) {
+    char text[INET6_ADDRSTRLEN] = {};
+    if (address.ss_family == AF_INET) {
+        sockaddr_in ipv4{};
+        std::memcpy(&ipv4, &address, sizeof ipv4);
+        inet_ntop(AF_INET, &ipv4.sin_addr, text, sizeof text);
+        return {text, ntohs(ipv4.sin_port)};
+    }
+    if (address.ss_family == AF_INET6) {
+        sockaddr_in6 ipv6{};
+        std::memcpy(&ipv6, &address, sizeof ipv6);
+        inet_ntop(AF_INET6, &ipv6.sin6_addr, text, sizeof text);
+        return {text, ntohs(ipv6.sin6_port)};
+    }
+    return {};
+}
+
+bool isConnection(int fd, const httplib::Request &request) {
+    sockaddr_storage local{};
+    socklen_t length = sizeof local;
+    if (getsockname(fd, reinterpret_cast<sockaddr *>(&local), &length) != 0)
+        return false;
+    if (describe(local).port != request.local_port)
+        return false;
+    sockaddr_storage peer{};
+    length = sizeof peer;
+    if (getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &length) != 0)
+        return false;
+    const SocketAddress remote = describe(peer);
+    return remote.port == request.remote_port && remote.address == request.remote_addr;
+}
+
+} // namespace
+
+bool dropConnection(const httplib::Request &request) {
+    rlimit limit{};
+    const rlim_t highest =
+        getrlimit(RLIMIT_NOFILE, &limit) == 0 ? std::min<rlim_t>(limit.rlim_cur, 65536) : 1024;
+    for (int fd = 0; fd < static_cast<int>(highest); ++fd) {
+        if (isConnection(fd, request)) {
+            // Shutting down rather than closing leaves the descriptor to httplib, which closes
+            // it once its own write fails; no other connection can inherit the number meanwhile.
+            return shutdown(fd, SHUT_RDWR) == 0;
+        }
+    }
+    return false;
+}

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "endpoint.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+// One way for an endpoint to misbehave, for a number of calls.
+struct Fault {
+    enum class Kind {
+        status,        // answer with `status` and `body` instead of doing anything
+        delay,         // answer as usual, only later
+        drop,          // close the connection without a word
+        malformedJson, // do the work, then send a success reply that isn't JSON
+        wrongType,     // do the work, then send `member` as a value of another JSON type
+        missingMember, // do the work, then leave `member` out of the reply
+        hostAbsent,    // presign: no "host" member
+        hostNull,      // presign: "host": null
+        hostEmpty,     // presign: "host": ""
+    };
+
+    Kind kind = Kind::status;
+    int remaining = 1;
+    int status = 500;
+    std::string body;
+    std::chrono::milliseconds delay{0}; // waited first, whatever the kind
+    std::string member;                 // a reply member, or "fields.<name>" inside presign's
+
+    static std::optional<Kind> kindNamed(std::string_view name);
+    static std::string_view kindName(Kind kind);
+};
+
+// The faults waiting for their calls, first planned first served, per endpoint. Also the one
+// place that knows whether a fault makes sense for an endpoint, so that a test asking for an
+// impossible one hears so at once instead of seeing it silently never happen.
+class FaultPlan {
+public:
+    // Gives the reason when the fault can't apply to the endpoint.
+    std::optional<std::string> add(Endpoint endpoint, Fault fault);
+    // Takes one call's worth of the endpoint's next fault.
+    std::optional<Fault> take(Endpoint endpoint);
+    std::vector<std::pair<Endpoint, Fault>> pending() const;
+    void clear();
+
+    // Sleeps through a fault's delay; cut short when the service shuts down.
+    void wait(std::chrono::milliseconds delay);
+    void interruptWaits();
+
+private:
+    mutable std::mutex m_mutex;
+    std::map<Endpoint, std::deque<Fault>> m_faults;
+    std::condition_variable m_wakeUp;
+    bool m_interrupted = false;
+};

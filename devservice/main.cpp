@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#include "adminroutes.h"
+#include "faultplan.h"
+#include "galleryroutes.h"
+#include "options.h"
+#include "requestlog.h"
+#include "servicecontext.h"
+#include "serviceroutes.h"
+#include "servicestate.h"
+#include "storageroutes.h"
+#include "workerpool.h"
+
+#include <QTemporaryDir>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <httplib.h>
+#include <memory>
+#include <pthread.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t workerThreads = 48;
+constexpr std::size_t workerStackBytes = 32 * 1024 * 1024;
+
+std::unique_ptr<httplib::Server> makeServer(const Options &options) {
+    std::unique_ptr<httplib::Server> server;
+    if (options.tls())
+        server = std::make_unique<httplib::SSLServer>(options.tlsCertificate.c_str(),
+                                                      options.tlsKey.c_str());
+    else
+        server = std::make_unique<httplib::Server>();
+    server->new_task_queue = [] { return new WorkerPool(workerThreads, workerStackBytes); };
+    server->set_keep_alive_max_count(100);
+    server->set_keep_alive_timeout(3);
+    server->set_read_timeout(30);
+    server->set_write_timeout(30);
+    server->set_payload_max_length(std::size_t{4} << 30);
+    return server;
+}
+
+int bind(httplib::Server &server, const Options &options) {
+    if (options.port == 0)
+        return server.bind_to_any_port(options.host);
+    return server.bind_to_port(options.host, options.port) ? options.port : -1;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    // SIGINT and SIGTERM are taken by one thread that waits for them; every other thread,
+    // started after this, has them blocked. A client hanging up mid-reply is no reason to die.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    const std::optional<Options> options = Options::parse(argc, argv);
+    if (!options)
+        return 2;
+
+    std::unique_ptr<QTemporaryDir> temporaryDir;
+    std::filesystem::path dataDir = options->dataDir;
+    if (dataDir.empty()) {
+        temporaryDir = std::make_unique<QTemporaryDir>();
+        if (!temporaryDir->isValid()) {
+            std::fprintf(stderr, "devservice: no temporary folder for the data\n");
+            return 1;
+        }
+        dataDir = temporaryDir->path().toStdString();
+    }
+
+    const std::unique_ptr<httplib::Server> server = makeServer(*options);
+    if (!server->is_valid()) {
+        std::fprintf(stderr, "devservice: the TLS certificate or key can't be used\n");
+        return 1;
+    }
+    const int port = bind(*server, *options);
+    if (port <= 0) {
+        std::fprintf(stderr, "devservice: can't listen on %s:%d\n", options->host.c_str(),
+                     options->port);
+        return 1;
+    }
+
+    const std::string authority = options->host + ':' + std::to_string(port);
+    ServiceState state(dataDir);
+    RequestLog log;
+    FaultPlan faults;
+    ServiceContext context{state, log, faults,
+                           (options->tls() ? "https://" : "http://") + authority,
+                           options->publicHost.empty() ? authority : options->publicHost};
+    ServiceRoutes service(context);
+    StorageRoutes storage(context);
+    GalleryRoutes gallery(context);
+    AdminRoutes admin(context);
+    service.install(*server);
+    storage.install(*server);
+    gallery.install(*server);
+    admin.install(*server);
+
+    std::atomic<bool> finished = false;
+    std::thread signalWaiter([&] {
+        int signal = 0;
+        sigwait(&stopSignals, &signal);
+        faults.interruptWaits();
+        // A signal that comes before listening has begun would find nothing to stop.
+        while (!finished) {
+            server->stop();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+
+    std::printf("listening on %s\n", context.origin.c_str());
+    std::fflush(stdout);
+    const bool listened = server->listen_after_bind();
+
+    finished = true;
+    kill(getpid(), SIGTERM); // lets the waiter go if no signal came
+    signalWaiter.join();
+    std::fflush(stderr);
+    return listened ? 0 : 1;
+}

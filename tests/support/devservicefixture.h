@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QList>
+#include <QPair>
+#include <QSslCertificate>
+#include <QString>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QJsonObject;
+class QNetworkAccessManager;
+class QProcess;
+class QTemporaryDir;
+
+// A devservice process for a test program: started on a free loopback port, over plain HTTP
+// or over HTTPS with a fresh self-signed certificate for 127.0.0.1, and stopped by the
+// destructor. The helpers call its admin API (see devservice/README.md) synchronously by
+// spinning a local event loop, so they belong on the main thread of a Qt Test program. A
+// helper that gets no proper answer marks the running test as failed (QTest::qFail) and
+// returns false or an empty value.
+//
+//     DevService service;
+//     QVERIFY2(service.start(), qPrintable(service.errorString()));
+//     qputenv("QUILLMERE_SERVICE_URL", service.baseURL().toUtf8());
+//     qputenv("QUILLMERE_STORAGE_HOST", service.storageHost().toUtf8());
+class DevService {
+public:
+    enum class Transport { http, https };
+
+    // What devservice does to a call instead of, or besides, answering it as usual.
+    enum class FaultKind {
+        status,        // answers `status` with `body`, and does nothing else
+        delay,         // answers as usual after `delayMs`
+        drop,          // closes the connection without any reply
+        malformedJson, // does the work, then sends a success reply that isn't JSON
+        wrongType,     // does the work, then sends `member` as a value of another JSON type
+        missingMember, // does the work, then leaves `member` out of the reply
+        hostAbsent,    // presign: the reply has no "host"
+        hostNull,      // presign: "host": null
+        hostEmpty,     // presign: "host": ""
+    };
+
+    struct Fault {
+        // "authenticate", "createSession", "endSession", "presign", "register" or "upload".
+        QString endpoint;
+        FaultKind kind = FaultKind::status;
+        int count = 1; // how many of the next calls it takes
+        int status = 500;
+        QByteArray body;
+        int delayMs = 0; // waited first, whatever the kind
+        QString member;  // for wrongType and missingMember: "folder_id", "fields.policy", ...
+
+        static Fault withStatus(QString endpoint, int status, QByteArray body = {}, int count = 1);
+        static Fault withDelay(QString endpoint, int delayMs, int count = 1);
+        static Fault withDrop(QString endpoint, int count = 1);
+        // The kinds that do the work and then break the reply.
+        static Fault withBrokenReply(QString endpoint, FaultKind kind, QString member = {},
+                                     int count = 1);
+    };
+
+    // One request as devservice received it.
+    struct ReceivedRequest {
+        QByteArray method;
+        QString path;                         // as sent, still percent-encoded
+        QString rawQuery;                     // the text after '?', as sent
+        QList<QPair<QString, QString>> query; // decoded as a web framework does ('+' is a space)
+        QList<QPair<QByteArray, QByteArray>> headers;
+        QByteArray body; // byte for byte, uploads included
+
+        // The first value of a header, by name in any case; null when there is none.
+        QByteArray header(QByteArrayView name) const;
+        bool hasHeader(QByteArrayView name) const;
+    };
+
+    struct RegisteredFile {
+        QString url;
+        QString key;
+        QString bucket;
+        QString createdAt;
+    };
+
+    DevService();
+    ~DevService();
+    DevService(const DevService &) = delete;
+    DevService &operator=(const DevService &) = delete;
+
+    // Starts devservice and waits for its port; false, with errorString(), when it can't.
+    // `publicHost` is the "host" that presign replies name; by default "127.0.0.1:PORT".
+    bool start(Transport transport = Transport::http, const QString &publicHost = {});
+    QString errorString() const;
+
+    // "http://127.0.0.1:PORT" (https in HTTPS mode), no trailing slash.
+    QString baseURL() const;
+    // The host that presign replies name, which is also what a client falls back to.
+    QString storageHost() const;
+    quint16 port() const;
+    // HTTPS mode's certificate (null otherwise). To make a test's Qt trust it:
+    //     auto config = QSslConfiguration::defaultConfiguration();
+    //     config.addCaCertificate(service.certificate());
+    //     QSslConfiguration::setDefaultConfiguration(config);
+    QSslCertificate certificate() const;
+
+    // Forgets tokens, sessions, uploads, objects, received requests and planned faults.
+    bool reset();
+    bool injectFault(const Fault &fault);
+    bool clearFaults();
+    QList<ReceivedRequest> requests(const QString &endpoint);
+    // The bytes stored under `key`; nothing when there is no such object.
+    std::optional<QByteArray> storedObject(const QString &key);
+    // The files registered with a session, oldest first; empty for an unknown session.
+    QList<RegisteredFile> registeredFiles(const QString &slug);
+    QList<RegisteredFile> registeredFiles(qint64 folderId);
+    // The folder_id of the next session opened; later ones count up from it.
+    bool setNextFolderId(qint64 folderId);
+    // Signs in with the demo account through the service itself (an "authenticate" call that
+    // requests() will list) and returns the token.
+    QString demoToken();
+
+    static QString demoEmail();
+    static QString demoPassword();
+
+private:
+    struct Reply;
+    Reply call(const QByteArray &verb, const QString &pathAndQuery, const QByteArray &body = {});
+    bool expect(const Reply &reply, int status, const char *what);
+    std::optional<ReceivedRequest> readRequest(const QString &endpoint, int index,
+                                               const QJsonObject &record);
+    bool makeCertificate();
+    QList<RegisteredFile>
+    filesOfSession(const std::function<bool(const QJsonObject &)> &isTheSession);
+
+    std::unique_ptr<QTemporaryDir> m_tlsDir;
+    std::unique_ptr<QProcess> m_process;
+    std::unique_ptr<QNetworkAccessManager> m_network;
+    QSslCertificate m_certificate;
+    QString m_baseURL;
+    QString m_storageHost;
+    quint16 m_port = 0;
+    QString m_error;
+};
