@@ -10,6 +10,7 @@
 #include "storageroutes.h"
 #include "workerpool.h"
 
+#include <QCoreApplication>
 #include <QTemporaryDir>
 #include <atomic>
 #include <chrono>
@@ -60,6 +61,7 @@ int main(int argc, char **argv) {
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 
+    const QCoreApplication application(argc, argv); // names the program in --help
     const std::optional<Options> options = Options::parse(argc, argv);
     if (!options)
         return 2;

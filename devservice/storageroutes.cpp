@@ -103,6 +103,6 @@ void StorageRoutes::object(const httplib::Request &request, httplib::Response &r
     const std::optional<StoredObject> stored = m_context.state.object(key);
     if (!stored)
         return HttpReplies::storageError(response, 404, "NoSuchKey",
-                                         "The specified key does not exist.");
+                                         "No object is stored under this key.");
     replyWithFile(response, stored->file, stored->size, contentTypeForKey(key));
 }

@@ -21,6 +21,8 @@ namespace {
 using Fields = QList<QPair<QString, QString>>;
 using Headers = QList<QPair<QByteArray, QByteArray>>;
 
+const QByteArray demoSignIn = R"({"email":"demo@quillmere.test","password":"demo1234"})";
+
 struct HttpReply {
     int status = 0;
     QByteArray body;
@@ -85,9 +87,10 @@ private:
         QEventLoop loop;
         connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
         loop.exec();
+        const HttpReply result{reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
+                               reply->readAll(), reply->error()};
         reply->deleteLater();
-        return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
-                reply->readAll(), reply->error()};
+        return result;
     }
 
     HttpReply sendJson(const QByteArray &verb, const QString &path, const QJsonObject &body,
@@ -161,10 +164,7 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<int>("status");
         const QByteArray json = "application/json";
-        QTest::newRow("right") << json
-                               << QByteArray(
-                                      R"({"email":"demo@quillmere.test","password":"demo1234"})")
-                               << 200;
+        QTest::newRow("right") << json << demoSignIn << 200;
         QTest::newRow("wrong password")
             << json << QByteArray(R"({"email":"demo@quillmere.test","password":"demo12345"})")
             << 401;
@@ -176,9 +176,7 @@ private slots:
         QTest::newRow("password missing")
             << json << QByteArray(R"({"email":"demo@quillmere.test"})") << 422;
         QTest::newRow("not JSON") << json << QByteArray(R"({"email":)") << 400;
-        QTest::newRow("not declared JSON")
-            << QByteArray("text/plain")
-            << QByteArray(R"({"email":"demo@quillmere.test","password":"demo1234"})") << 415;
+        QTest::newRow("not declared JSON") << QByteArray("text/plain") << demoSignIn << 415;
     }
 
     void signInRefusesWhatAStrictServiceRefuses() {
@@ -431,10 +429,9 @@ private slots:
         QTcpSocket socket;
         socket.connectToHost("127.0.0.1", m_service.port());
         QVERIFY(socket.waitForConnected(10000));
-        const QByteArray body = R"({"email":"demo@quillmere.test","password":"demo1234"})";
         socket.write("POST /api/live/sessions/authenticate HTTP/1.1\r\nHost: 127.0.0.1\r\n"
                      "Content-Type: application/json\r\nContent-Length: " +
-                     QByteArray::number(body.size()) + "\r\n\r\n" + body);
+                     QByteArray::number(demoSignIn.size()) + "\r\n\r\n" + demoSignIn);
         QVERIFY(socket.waitForDisconnected(10000));
         QCOMPARE(socket.readAll(), QByteArray());
         QVERIFY(!m_service.demoToken().isEmpty()); // the fault took one call only
@@ -465,11 +462,9 @@ private slots:
         const qint64 folderId = openSession()["folder_id"].toInteger();
         QVERIFY(m_service.injectFault(
             DevService::Fault::withBrokenReply(endpoint, DevService::FaultKind(kind), member)));
-        const QJsonObject signIn{{"email", DevService::demoEmail()},
-                                 {"password", DevService::demoPassword()}};
         const HttpReply reply =
-            endpoint == "authenticate"
-                ? sendJson("POST", "/api/live/sessions/authenticate", signIn, {})
+            endpoint == "authenticate" ? send("POST", "/api/live/sessions/authenticate", demoSignIn,
+                                              {{"Content-Type", "application/json"}})
             : endpoint == "createSession"
                 ? sendJson("POST", "/api/live/sessions", {{"name", "Ana"}}, m_token)
                 : presignReply(folderId, "filename=a.jpg&content_type=image%2Fjpeg");
@@ -552,11 +547,10 @@ private slots:
         QVERIFY2(secure.start(DevService::Transport::https), qPrintable(secure.errorString()));
         QVERIFY(secure.baseURL().startsWith("https://127.0.0.1:"));
         QVERIFY(!secure.certificate().isNull());
-        const QByteArray signIn = R"({"email":"demo@quillmere.test","password":"demo1234"})";
         const Headers json{{"Content-Type", "application/json"}};
         QNetworkAccessManager untrusting;
         const HttpReply refused = send("POST", secure.baseURL() + "/api/live/sessions/authenticate",
-                                       signIn, json, &untrusting);
+                                       demoSignIn, json, &untrusting);
         QCOMPARE(refused.error, QNetworkReply::SslHandshakeFailedError);
 
         const QSslConfiguration original = QSslConfiguration::defaultConfiguration();
@@ -565,7 +559,7 @@ private slots:
         QSslConfiguration::setDefaultConfiguration(trusting);
         QNetworkAccessManager trusted;
         const HttpReply reply = send("POST", secure.baseURL() + "/api/live/sessions/authenticate",
-                                     signIn, json, &trusted);
+                                     demoSignIn, json, &trusted);
         QSslConfiguration::setDefaultConfiguration(original);
         QCOMPARE(reply.status, 200);
         QVERIFY(reply.json()["token"].isString());
