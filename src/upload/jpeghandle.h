@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+
+// One TurboJPEG instance, owned. Each preview makes its own, so concurrent previews share
+// nothing.
+class JpegHandle {
+public:
+    enum class Kind { Decompress, Compress };
+
+    explicit JpegHandle(Kind kind);
+
+    bool isValid() const { return m_handle != nullptr; }
+    void *get() const { return m_handle.get(); }
+    // Whether the last call failed with nothing worse than junk bytes between two segments,
+    // which some cameras and editors write; libjpeg keeps the first warning's text, so a later,
+    // real problem can hide behind it, and the caller must also check the file is complete.
+    bool onlyWarnedOfJunk() const;
+
+private:
+    struct Destroy {
+        void operator()(void *handle) const;
+    };
+    std::unique_ptr<void, Destroy> m_handle;
+};

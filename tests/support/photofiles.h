@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QImage>
+#include <QList>
+#include <QSize>
+#include <QString>
+
+// Writes and reads the photo files the preview tests and benchmarks use, with the codecs a
+// camera or an editor would use: TurboJPEG, libtiff, Qt's PNG writer.
+class PhotoFiles {
+public:
+    enum class Chroma { Subsampled420, Subsampled422, Full444, Grey };
+
+    // A baseline JPEG of an RGB888 image.
+    static QByteArray encodeJpeg(const QImage &image, int quality,
+                                 Chroma chroma = Chroma::Subsampled420);
+    // A JPEG of a smooth gradient, built from planes so that even 100 megapixels need no RGB
+    // copy in memory.
+    static QByteArray encodeGradientJpeg(QSize size, int quality);
+    // The same JPEG with an Exif block that records the given orientation (1..8).
+    static QByteArray withExifOrientation(const QByteArray &jpeg, int orientation);
+    // RGB888 (or RGBX64 for 16 bits) pages, one directory each, uncompressed strips.
+    static bool writeTiff(const QString &path, const QList<QImage> &pages, int bitsPerSample);
+    static bool writeFile(const QString &path, const QByteArray &bytes);
+
+    // A full-size decode to RGB888, or a null image.
+    static QImage decodeJpeg(const QByteArray &jpeg);
+    // Whether the bytes are one complete baseline JPEG (SOF0) with three 8-bit components.
+    static bool isBaselineColourJpeg(const QByteArray &jpeg);
+};

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "rawdngwriter.h"
+
+#include <QFile>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <tiffio.h>
+#include <turbojpeg.h>
+#include <vector>
+
+namespace {
+
+std::array<std::uint16_t, 256> linearSamples() {
+    std::array<std::uint16_t, 256> table{};
+    for (int v = 0; v < 256; ++v) {
+        const double s = v / 255.0;
+        const double linear = s <= 0.04045 ? s / 12.92 : std::pow((s + 0.055) / 1.055, 2.4);
+        table[std::size_t(v)] = std::uint16_t(
+            std::lround(RawDngWriter::blackLevel +
+                        linear * (RawDngWriter::whiteLevel - RawDngWriter::blackLevel)));
+    }
+    return table;
+}
+
+void setCommonCameraTags(TIFF *tiff) {
+    static const std::uint8_t version[4] = {1, 4, 0, 0};
+    static const std::uint8_t backward[4] = {1, 1, 0, 0};
+    // XYZ (D65) to linear sRGB: the "camera" is an ideal sRGB sensor.
+    static const float xyzToCamera[9] = {3.2406f, -1.5372f, -0.4986f, -0.9689f, 1.8758f,
+                                         0.0415f, 0.0557f,  -0.2040f, 1.0570f};
+    static const float neutral[3] = {1.0f, 1.0f, 1.0f};
+    TIFFSetField(tiff, TIFFTAG_MAKE, "Quillmere");
+    TIFFSetField(tiff, TIFFTAG_MODEL, "Fixture DNG");
+    TIFFSetField(tiff, TIFFTAG_UNIQUECAMERAMODEL, "Quillmere Fixture DNG");
+    TIFFSetField(tiff, TIFFTAG_DNGVERSION, version);
+    TIFFSetField(tiff, TIFFTAG_DNGBACKWARDVERSION, backward);
+    TIFFSetField(tiff, TIFFTAG_COLORMATRIX1, 9, xyzToCamera);
+    TIFFSetField(tiff, TIFFTAG_CALIBRATIONILLUMINANT1, 21);
+    TIFFSetField(tiff, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
+    TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+}
+
+struct Layout {
+    std::uint32_t subfileType;
+    QSize size;
+    int bitsPerSample;
+    int samplesPerPixel;
+    int photometric;
+    int compression;
+    std::uint32_t rowsPerStrip;
+};
+
+void setLayout(TIFF *tiff, const Layout &layout) {
+    TIFFSetField(tiff, TIFFTAG_SUBFILETYPE, layout.subfileType);
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, std::uint32_t(layout.size.width()));
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, std::uint32_t(layout.size.height()));
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, layout.bitsPerSample);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, layout.samplesPerPixel);
+    // The codec first: libtiff checks the photometric interpretation against it.
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, layout.compression);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, layout.photometric);
+    TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, layout.rowsPerStrip);
+}
+
+bool writeThumbnail(TIFF *tiff, const QImage &thumbnail, int subIfds) {
+    const QImage rgb = thumbnail.convertToFormat(QImage::Format_RGB888);
+    std::vector<std::uint64_t> offsets(static_cast<std::size_t>(subIfds), 0);
+    setLayout(tiff, {FILETYPE_REDUCEDIMAGE, rgb.size(), 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE,
+                     std::uint32_t(rgb.height())});
+    setCommonCameraTags(tiff);
+    TIFFSetField(tiff, TIFFTAG_SUBIFD, std::uint16_t(subIfds), offsets.data());
+    for (int y = 0; y < rgb.height(); ++y)
+        if (TIFFWriteScanline(tiff, const_cast<uchar *>(rgb.constScanLine(y)), std::uint32_t(y),
+                              0) < 0)
+            return false;
+    return TIFFWriteDirectory(tiff) != 0;
+}
+
+bool writeRawData(TIFF *tiff, const QImage &sensor) {
+    const QImage rgb = sensor.convertToFormat(QImage::Format_RGB888);
+    static const std::uint16_t repeat[2] = {2, 2};
+    static const std::uint8_t rggb[4] = {0, 1, 1, 2};
+    const float black[1] = {float(RawDngWriter::blackLevel)};
+    const std::uint32_t white[1] = {RawDngWriter::whiteLevel};
+    constexpr int colourFilterArray = 32803;
+    setLayout(tiff, {0, rgb.size(), 16, 1, colourFilterArray, COMPRESSION_NONE, 32});
+    TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+    TIFFSetField(tiff, TIFFTAG_CFAPATTERN, 4, rggb);
+    TIFFSetField(tiff, TIFFTAG_BLACKLEVEL, 1, black);
+    TIFFSetField(tiff, TIFFTAG_WHITELEVEL, 1, white);
+    const std::array<std::uint16_t, 256> linear = linearSamples();
+    std::vector<std::uint16_t> row(std::size_t(rgb.width()));
+    for (int y = 0; y < rgb.height(); ++y) {
+        const uchar *in = rgb.constScanLine(y);
+        for (int x = 0; x < rgb.width(); ++x) {
+            // RGGB: red on even rows and columns, blue on odd ones, green between.
+            const int channel = (y & 1) + (x & 1);
+            row[std::size_t(x)] = linear[in[x * 3 + channel]];
+        }
+        if (TIFFWriteScanline(tiff, row.data(), std::uint32_t(y), 0) < 0)
+            return false;
+    }
+    return TIFFWriteDirectory(tiff) != 0;
+}
+
+bool writePreview(TIFF *tiff, const QByteArray &jpeg) {
+    static const std::uint16_t subsampling[2] = {2, 2};
+    tjhandle handle = tjInitDecompress();
+    int width = 0, height = 0, chroma = 0, colourspace = 0;
+    const int header = tjDecompressHeader3(
+        handle, reinterpret_cast<unsigned char *>(const_cast<char *>(jpeg.constData())),
+        static_cast<unsigned long>(jpeg.size()), &width, &height, &chroma, &colourspace);
+    tjDestroy(handle);
+    if (header != 0)
+        return false;
+    setLayout(tiff, {FILETYPE_REDUCEDIMAGE, QSize(width, height), 8, 3, PHOTOMETRIC_YCBCR,
+                     COMPRESSION_JPEG, std::uint32_t(height)});
+    TIFFSetField(tiff, TIFFTAG_YCBCRSUBSAMPLING, subsampling[0], subsampling[1]);
+    // The camera's JPEG goes in whole, as the single strip.
+    if (TIFFWriteRawStrip(tiff, 0, const_cast<char *>(jpeg.constData()), tmsize_t(jpeg.size())) < 0)
+        return false;
+    return TIFFWriteDirectory(tiff) != 0;
+}
+
+} // namespace
+
+bool RawDngWriter::write(const QString &path, const QImage &sensor, const QImage &thumbnail,
+                         const QByteArray &previewJpeg) {
+    TIFF *tiff = TIFFOpen(QFile::encodeName(path).constData(), "w");
+    if (tiff == nullptr)
+        return false;
+    const bool ok = writeThumbnail(tiff, thumbnail, previewJpeg.isEmpty() ? 1 : 2) &&
+                    writeRawData(tiff, sensor) &&
+                    (previewJpeg.isEmpty() || writePreview(tiff, previewJpeg));
+    TIFFClose(tiff);
+    return ok;
+}

@@ -1,0 +1,459 @@
+// SPDX-License-Identifier: MIT
+#include "imageresizer.h"
+#include "jpegpreview.h"
+#include "photofiles.h"
+#include "photogenerator.h"
+#include "photoreference.h"
+#include "rawdngwriter.h"
+#include "rawpreview.h"
+#include "resampler.h"
+
+#include <QFile>
+#include <QHash>
+#include <QImageWriter>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <future>
+
+namespace {
+
+// Qt maps PNG quality 100 to no deflate compression: big files, quickly written and read.
+constexpr int fastPng = 100;
+
+QImage previewOf(const QString &path) {
+    const std::optional<QByteArray> preview =
+        ImageResizer::createPreview(QUrl::fromLocalFile(path));
+    return preview ? PhotoFiles::decodeJpeg(*preview) : QImage();
+}
+
+// Cheap content for tests that look only at sizes.
+QImage gradient(QSize size) {
+    QImage image(size, QImage::Format_RGB888);
+    for (int y = 0; y < size.height(); ++y) {
+        uchar *row = image.scanLine(y);
+        for (int x = 0; x < size.width(); ++x) {
+            row[x * 3] = uchar(x * 255 / size.width());
+            row[x * 3 + 1] = uchar(y * 255 / size.height());
+            row[x * 3 + 2] = uchar((x + y) & 0xFF);
+        }
+    }
+    return image;
+}
+
+QImage mirrored(const QImage &image) {
+    return image.mirrored(true, false);
+}
+
+// Mean of each channel over a rectangle of an RGB888 image.
+std::array<double, 3> meanColour(const QImage &image, const QRect &area) {
+    std::array<double, 3> sum{};
+    for (int y = area.top(); y <= area.bottom(); ++y)
+        for (int x = area.left(); x <= area.right(); ++x)
+            for (int c = 0; c < 3; ++c)
+                sum[std::size_t(c)] += image.constScanLine(y)[x * 3 + c];
+    for (double &s : sum)
+        s /= double(area.width()) * area.height();
+    return sum;
+}
+
+// Standard deviation of the luma: a photo has light and shade, a failed development has not.
+double lumaSpread(const QImage &image) {
+    const QImage grey = image.convertToFormat(QImage::Format_Grayscale8);
+    double sum = 0.0, squares = 0.0;
+    for (int y = 0; y < grey.height(); ++y)
+        for (int x = 0; x < grey.width(); ++x) {
+            const double v = grey.constScanLine(y)[x];
+            sum += v;
+            squares += v * v;
+        }
+    const double n = double(grey.width()) * grey.height();
+    return std::sqrt(squares / n - (sum / n) * (sum / n));
+}
+
+QImage resampled(const QImage &grey, QSize target, ResampleKernels kernels) {
+    QImage out(target, QImage::Format_Grayscale8);
+    Resampler resampler(grey.size(), target, double(grey.width()) / target.width(),
+                        double(grey.height()) / target.height(), out.bits(), out.bytesPerLine(),
+                        kernels);
+    for (int y = 0; y < grey.height(); ++y)
+        resampler.pushRow(grey.constScanLine(y));
+    return resampler.isComplete() ? out : QImage();
+}
+
+} // namespace
+
+class TestImageResizer : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QVERIFY(m_dir.isValid()); }
+
+    void previewSizes_data();
+    void previewSizes();
+    void jpegScaleIsTheSmallestCoveringTheTarget_data();
+    void jpegScaleIsTheSmallestCoveringTheTarget();
+    void photographIsCloseToExactLanczos();
+    void chromaLayoutsKeepTheirColours_data();
+    void chromaLayoutsKeepTheirColours();
+    void resamplerMatchesExactLanczos_data();
+    void resamplerMatchesExactLanczos();
+    void vectorKernelsMatchPortableKernels();
+    void rawPreviewSources_data();
+    void rawPreviewSources();
+    void sampleDngIsDevelopedAtFullSize();
+    void unreadableFilesGiveNothing_data();
+    void unreadableFilesGiveNothing();
+    void multiPageTiffGivesTheFirstPage();
+    void sixteenBitFilesKeepTheirPicture_data();
+    void sixteenBitFilesKeepTheirPicture();
+    void pngAlphaIsComposedOverBlack();
+    void exifOrientationIsIgnored();
+    void hundredMegapixelJpeg();
+    void concurrentPreviewsAreIndependent();
+
+private:
+    // Photographic pictures are the slow part of these tests; each is drawn once.
+    const QImage &scene(QSize size, std::uint32_t seed) {
+        const QString key =
+            QStringLiteral("%1x%2/%3").arg(size.width()).arg(size.height()).arg(seed);
+        auto found = m_scenes.find(key);
+        if (found == m_scenes.end())
+            found = m_scenes.insert(key, PhotoGenerator(size, seed).image8());
+        return *found;
+    }
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+    QString write(const QString &name, const QByteArray &bytes) const {
+        const QString file = path(name);
+        return PhotoFiles::writeFile(file, bytes) ? file : QString();
+    }
+
+    QTemporaryDir m_dir;
+    QHash<QString, QImage> m_scenes;
+};
+
+void TestImageResizer::previewSizes_data() {
+    QTest::addColumn<QString>("format");
+    QTest::addColumn<QSize>("source");
+    QTest::addColumn<QSize>("expected");
+    QTest::newRow("just over 3000 wide: truncated below 2000")
+        << "jpeg" << QSize(3001, 2000) << QSize(1999, 1332);
+    QTest::newRow("24 MP landscape") << "jpeg" << QSize(6000, 4000) << QSize(2000, 1333);
+    QTest::newRow("12 MP phone") << "jpeg" << QSize(4032, 3024) << QSize(2000, 1500);
+    QTest::newRow("portrait: height not limited")
+        << "jpeg" << QSize(4000, 6000) << QSize(2000, 3000);
+    QTest::newRow("small: re-encoded at its own size")
+        << "jpeg" << QSize(1500, 1000) << QSize(1500, 1000);
+    QTest::newRow("narrow and tall: kept") << "jpeg" << QSize(1999, 5000) << QSize(1999, 5000);
+    QTest::newRow("png just over 3000 wide") << "png" << QSize(3001, 2000) << QSize(1999, 1332);
+    QTest::newRow("tiff narrow and tall") << "tiff" << QSize(1999, 5000) << QSize(1999, 5000);
+}
+
+void TestImageResizer::previewSizes() {
+    QFETCH(QString, format);
+    QFETCH(QSize, source);
+    QFETCH(QSize, expected);
+    const QString file = path(QStringLiteral("size.%1").arg(format));
+    if (format == "jpeg") {
+        QVERIFY(PhotoFiles::writeFile(file, PhotoFiles::encodeGradientJpeg(source, 90)));
+    } else {
+        const QImage picture = gradient(source);
+        QVERIFY(format == "png" ? picture.save(file, "PNG", fastPng)
+                                : PhotoFiles::writeTiff(file, {picture}, 8));
+    }
+    const std::optional<QByteArray> preview =
+        ImageResizer::createPreview(QUrl::fromLocalFile(file));
+    QVERIFY(preview.has_value());
+    QVERIFY(PhotoFiles::isBaselineColourJpeg(*preview));
+    QCOMPARE(PhotoFiles::decodeJpeg(*preview).size(), expected);
+}
+
+void TestImageResizer::jpegScaleIsTheSmallestCoveringTheTarget_data() {
+    QTest::addColumn<QSize>("full");
+    QTest::addColumn<QSize>("target");
+    QTest::addColumn<int>("eighths");
+    QTest::newRow("24 MP: 3/8 gives 2250") << QSize(6000, 4000) << QSize(2000, 1333) << 3;
+    QTest::newRow("exactly half") << QSize(4000, 3000) << QSize(2000, 1500) << 4;
+    QTest::newRow("phone: 4/8 gives 2016") << QSize(4032, 3024) << QSize(2000, 1500) << 4;
+    QTest::newRow("100 MP: 2/8 gives 3060") << QSize(12240, 8160) << QSize(2000, 1333) << 2;
+    QTest::newRow("very wide: 1/8 suffices") << QSize(16001, 9000) << QSize(1999, 1124) << 1;
+    QTest::newRow("3001 wide: 6/8 gives 2251") << QSize(3001, 2000) << QSize(1999, 1332) << 6;
+    QTest::newRow("no scaling for a small picture") << QSize(1500, 1000) << QSize(1500, 1000) << 8;
+}
+
+void TestImageResizer::jpegScaleIsTheSmallestCoveringTheTarget() {
+    QFETCH(QSize, full);
+    QFETCH(QSize, target);
+    QFETCH(int, eighths);
+    QCOMPARE(JpegPreview::scaleEighths(full, target), eighths);
+}
+
+void TestImageResizer::photographIsCloseToExactLanczos() {
+    // A 24 MP camera-like JPEG; the yardstick is its full-size decode scaled with exact Lanczos.
+    const QByteArray jpeg = PhotoFiles::encodeJpeg(PhotoGenerator({6000, 4000}, 7).image8(), 95);
+    const QImage preview = previewOf(write("photo24.jpg", jpeg));
+    QCOMPARE(preview.size(), QSize(2000, 1333));
+    const QImage reference = PhotoReference::lanczos3(PhotoFiles::decodeJpeg(jpeg), preview.size());
+    const double psnr = PhotoReference::psnr(preview, reference);
+    qInfo("PSNR of the 24 MP preview against exact Lanczos: %.2f dB", psnr);
+    QVERIFY2(psnr >= 39.0, qPrintable(QString::number(psnr)));
+}
+
+void TestImageResizer::chromaLayoutsKeepTheirColours_data() {
+    QTest::addColumn<int>("chroma");
+    QTest::newRow("4:2:0") << int(PhotoFiles::Chroma::Subsampled420);
+    QTest::newRow("4:2:2") << int(PhotoFiles::Chroma::Subsampled422);
+    QTest::newRow("4:4:4") << int(PhotoFiles::Chroma::Full444);
+    QTest::newRow("grey") << int(PhotoFiles::Chroma::Grey);
+}
+
+void TestImageResizer::chromaLayoutsKeepTheirColours() {
+    // Misplaced or misscaled chroma planes show as colour fringes along every edge.
+    QFETCH(int, chroma);
+    const QByteArray jpeg =
+        PhotoFiles::encodeJpeg(scene({3000, 2000}, 5), 95, PhotoFiles::Chroma(chroma));
+    const QImage preview = previewOf(write("chroma.jpg", jpeg));
+    QCOMPARE(preview.size(), QSize(2000, 1333));
+    const QImage reference = PhotoReference::lanczos3(PhotoFiles::decodeJpeg(jpeg), preview.size());
+    const double psnr = PhotoReference::psnr(preview, reference);
+    QVERIFY2(psnr >= 36.0, qPrintable(QString::number(psnr)));
+}
+
+void TestImageResizer::resamplerMatchesExactLanczos_data() {
+    QTest::addColumn<QSize>("source");
+    QTest::addColumn<QSize>("target");
+    QTest::newRow("as after a 3/8 decode") << QSize(1125, 750) << QSize(1000, 667);
+    QTest::newRow("by three") << QSize(999, 700) << QSize(333, 233);
+    QTest::newRow("by six, as for a 100 MP PNG") << QSize(1224, 816) << QSize(200, 133);
+    QTest::newRow("enlarging") << QSize(300, 200) << QSize(1000, 667);
+    QTest::newRow("narrower than a vector of taps") << QSize(7, 5) << QSize(3, 2);
+    QTest::newRow("same size") << QSize(101, 77) << QSize(101, 77);
+}
+
+void TestImageResizer::resamplerMatchesExactLanczos() {
+    QFETCH(QSize, source);
+    QFETCH(QSize, target);
+    const QImage grey = scene(source, 9).convertToFormat(QImage::Format_Grayscale8);
+    const QImage ours = resampled(grey, target, ResampleKernels::best());
+    const QImage exact = PhotoReference::lanczos3(grey, target);
+    QVERIFY(!ours.isNull());
+    int worst = 0;
+    for (int y = 0; y < target.height(); ++y)
+        for (int x = 0; x < target.width(); ++x)
+            worst = std::max(worst, std::abs(ours.constScanLine(y)[x] - exact.constScanLine(y)[x]));
+    // Fixed-point weights and one rounding may move a sample across a rounding boundary, no more.
+    QVERIFY2(worst <= 1, qPrintable(QString::number(worst)));
+}
+
+void TestImageResizer::vectorKernelsMatchPortableKernels() {
+    if (ResampleKernels::best().horizontal == ResampleKernels::portable().horizontal)
+        QSKIP("this processor runs the portable kernels only");
+    const QImage grey = scene({1237, 613}, 4).convertToFormat(QImage::Format_Grayscale8);
+    for (const QSize target :
+         {QSize(1001, 500), QSize(413, 205), QSize(1237, 613), QSize(2011, 997)}) {
+        const QImage vector = resampled(grey, target, ResampleKernels::best());
+        const QImage portable = resampled(grey, target, ResampleKernels::portable());
+        QVERIFY(!vector.isNull());
+        QCOMPARE(vector, portable);
+    }
+}
+
+void TestImageResizer::rawPreviewSources_data() {
+    QTest::addColumn<QSize>("sensor");
+    QTest::addColumn<QSize>("embedded"); // no JPEG when empty
+    QTest::addColumn<int>("source");
+    QTest::newRow("full-size JPEG, like CR3 and NEF")
+        << QSize(4000, 2666) << QSize(4000, 2666) << int(RawPreview::Source::EmbeddedJpeg);
+    QTest::newRow("JPEG a camera's margin smaller")
+        << QSize(4000, 2666) << QSize(3984, 2656) << int(RawPreview::Source::EmbeddedJpeg);
+    QTest::newRow("JPEG narrower than the preview")
+        << QSize(4000, 2666) << QSize(1620, 1080) << int(RawPreview::Source::HalfSizeRaw);
+    QTest::newRow("thumbnail only")
+        << QSize(4000, 2666) << QSize() << int(RawPreview::Source::HalfSizeRaw);
+    QTest::newRow("half size would be too narrow")
+        << QSize(2400, 1600) << QSize() << int(RawPreview::Source::FullSizeRaw);
+}
+
+void TestImageResizer::rawPreviewSources() {
+    QFETCH(QSize, sensor);
+    QFETCH(QSize, embedded);
+    QFETCH(int, source);
+    // The embedded JPEG shows the scene mirrored, so the preview tells where it came from.
+    const QImage &sensed = scene(sensor, 21);
+    const QByteArray jpeg =
+        embedded.isEmpty()
+            ? QByteArray()
+            : PhotoFiles::encodeJpeg(mirrored(sensed).scaled(embedded, Qt::IgnoreAspectRatio,
+                                                             Qt::SmoothTransformation),
+                                     92);
+    const QString file = path("camera.dng");
+    QVERIFY(RawDngWriter::write(file, sensed, sensed.scaled(256, 171), jpeg));
+
+    RawPreview raw(file);
+    QVERIFY(raw.isRaw());
+    QCOMPARE(raw.developedSize(), sensor);
+    const std::optional<QByteArray> preview = raw.render();
+    QVERIFY(preview.has_value());
+    QCOMPARE(int(raw.source()), source);
+    const QImage picture = PhotoFiles::decodeJpeg(*preview);
+    QCOMPARE(picture.size(), QSize(2000, sensor.height() * 2000 / sensor.width()));
+    const QImage shown =
+        source == int(RawPreview::Source::EmbeddedJpeg) ? mirrored(sensed) : sensed;
+    const double correlation = PhotoReference::lumaCorrelation(picture, shown);
+    QVERIFY2(correlation > 0.95, qPrintable(QString::number(correlation)));
+    QVERIFY(ImageResizer::createPreview(QUrl::fromLocalFile(file)) == preview);
+}
+
+void TestImageResizer::sampleDngIsDevelopedAtFullSize() {
+    // A real phone DNG whose only embedded JPEG is 256 x 144: the raw data must be developed.
+    const QString file = QStringLiteral(QUILLMERE_SAMPLES_DIR "/lg-g4-600x338.dng");
+    RawPreview raw(file);
+    QVERIFY(raw.isRaw());
+    QCOMPARE(raw.developedSize(), QSize(600, 338));
+    const std::optional<QByteArray> preview = raw.render();
+    QVERIFY(preview.has_value());
+    QCOMPARE(raw.source(), RawPreview::Source::FullSizeRaw);
+    const QImage picture = PhotoFiles::decodeJpeg(*preview);
+    QCOMPARE(picture.size(), QSize(600, 338));
+    // A developed photo, not a flat or black frame: a park under clouds.
+    const auto mean = meanColour(picture, picture.rect());
+    QVERIFY(mean[0] > 60 && mean[0] < 200 && mean[1] > 60 && mean[1] < 200);
+    QVERIFY(lumaSpread(picture) > 25.0);
+}
+
+void TestImageResizer::unreadableFilesGiveNothing_data() {
+    const QImage &picture = scene({1200, 800}, 2);
+    const QByteArray jpeg = PhotoFiles::encodeJpeg(picture, 90);
+    QVERIFY(picture.save(path("whole.png"), "PNG"));
+    QVERIFY(PhotoFiles::writeTiff(path("whole.tif"), {picture}, 8));
+    QVERIFY(RawDngWriter::write(path("whole.dng"), picture, picture.scaled(256, 171), jpeg));
+    const auto readAll = [this](const QString &name) {
+        QFile file(path(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    QByteArray corrupt = jpeg;
+    corrupt.replace(corrupt.size() / 2, 2, "\xFF\xD0"); // a marker in the middle of the scan
+    QByteArray zeroHeight = PhotoFiles::encodeGradientJpeg({64, 48}, 90);
+    const qsizetype frame = zeroHeight.indexOf("\xFF\xC0");
+    zeroHeight[frame + 5] = 0;
+    zeroHeight[frame + 6] = 0;
+
+    QTest::addColumn<QString>("file");
+    QTest::newRow("missing") << path("missing.jpg");
+    QTest::newRow("empty") << write("empty.jpg", {});
+    QTest::newRow("text") << write("notes.jpg", "These are not the pixels you are looking for.\n");
+    QTest::newRow("truncated jpeg") << write("cut.jpg", jpeg.left(jpeg.size() / 2));
+    QTest::newRow("corrupt jpeg") << write("corrupt.jpg", corrupt);
+    QTest::newRow("zero-height jpeg") << write("zero.jpg", zeroHeight);
+    QTest::newRow("truncated png") << write("cut.png", readAll("whole.png").chopped(2000));
+    QTest::newRow("truncated tiff") << write("cut.tif", readAll("whole.tif").chopped(900000));
+    QTest::newRow("truncated dng") << write("cut.dng", readAll("whole.dng").left(1500000));
+}
+
+void TestImageResizer::unreadableFilesGiveNothing() {
+    QFETCH(QString, file);
+    QVERIFY(!file.isEmpty());
+    QVERIFY(!ImageResizer::createPreview(QUrl::fromLocalFile(file)).has_value());
+}
+
+void TestImageResizer::multiPageTiffGivesTheFirstPage() {
+    QImage first(2400, 1600, QImage::Format_RGB888);
+    first.fill(QColor(200, 40, 30));
+    QImage second(3000, 2000, QImage::Format_RGB888);
+    second.fill(QColor(20, 60, 220));
+    const QString file = path("pages.tif");
+    QVERIFY(PhotoFiles::writeTiff(file, {first, second}, 8));
+    const QImage preview = previewOf(file);
+    QCOMPARE(preview.size(), QSize(2000, 1333));
+    const auto mean = meanColour(preview, preview.rect());
+    QVERIFY(std::abs(mean[0] - 200) < 4 && std::abs(mean[1] - 40) < 4 &&
+            std::abs(mean[2] - 30) < 4);
+}
+
+void TestImageResizer::sixteenBitFilesKeepTheirPicture_data() {
+    QTest::addColumn<QString>("format");
+    QTest::newRow("tiff") << "tif";
+    QTest::newRow("png") << "png";
+}
+
+void TestImageResizer::sixteenBitFilesKeepTheirPicture() {
+    // Reading the wrong byte of each sample would leave noise; rounding to 8 bits must not.
+    QFETCH(QString, format);
+    const QImage deep = PhotoGenerator({2400, 1600}, 13).image16();
+    const QString file = path("deep." + format);
+    QVERIFY(format == "png" ? deep.save(file, "PNG", fastPng)
+                            : PhotoFiles::writeTiff(file, {deep}, 16));
+    const QImage preview = previewOf(file);
+    QCOMPARE(preview.size(), QSize(2000, 1333));
+    const QImage reference =
+        PhotoReference::lanczos3(deep.convertToFormat(QImage::Format_RGB888), preview.size());
+    const double psnr = PhotoReference::psnr(preview, reference);
+    QVERIFY2(psnr >= 36.0, qPrintable(QString::number(psnr)));
+}
+
+void TestImageResizer::pngAlphaIsComposedOverBlack() {
+    // The preview has no alpha: like drawing into an opaque bitmap, transparency turns black.
+    QImage picture(3000, 900, QImage::Format_ARGB32);
+    picture.fill(qRgba(220, 30, 30, 255));
+    for (int y = 0; y < 900; ++y)
+        for (int x = 1000; x < 3000; ++x)
+            picture.setPixel(x, y, x < 2000 ? qRgba(40, 60, 240, 128) : qRgba(30, 220, 30, 0));
+    const QString file = path("alpha.png");
+    QVERIFY(picture.save(file, "PNG", fastPng));
+    const QImage preview = previewOf(file);
+    QCOMPARE(preview.size(), QSize(2000, 600));
+    const std::array<std::array<double, 3>, 3> expected{{{220, 30, 30}, {20, 30, 120}, {0, 0, 0}}};
+    for (int part = 0; part < 3; ++part) {
+        const auto mean = meanColour(preview, QRect(part * 667 + 100, 100, 400, 400));
+        for (int c = 0; c < 3; ++c)
+            QVERIFY2(std::abs(mean[std::size_t(c)] - expected[std::size_t(part)][std::size_t(c)]) <
+                         5,
+                     qPrintable(QStringLiteral("part %1 channel %2: %3")
+                                    .arg(part)
+                                    .arg(c)
+                                    .arg(mean[std::size_t(c)])));
+    }
+}
+
+void TestImageResizer::exifOrientationIsIgnored() {
+    // Orientation 6 asks viewers to turn the picture upright; the preview keeps the stored grid.
+    QImage picture(3000, 1500, QImage::Format_RGB888);
+    picture.fill(QColor(210, 40, 40));
+    for (int y = 0; y < 1500; ++y)
+        std::memset(picture.scanLine(y) + 1500 * 3, 40, 1500 * 3);
+    const QByteArray jpeg = PhotoFiles::withExifOrientation(PhotoFiles::encodeJpeg(picture, 92), 6);
+    const QImage preview = previewOf(write("turned.jpg", jpeg));
+    QCOMPARE(preview.size(), QSize(2000, 1000));
+    QVERIFY(meanColour(preview, QRect(100, 100, 400, 400))[0] > 180);
+    QVERIFY(meanColour(preview, QRect(1500, 100, 400, 400))[0] < 60);
+}
+
+void TestImageResizer::hundredMegapixelJpeg() {
+    const QString file = write("huge.jpg", PhotoFiles::encodeGradientJpeg({12240, 8160}, 90));
+    QCOMPARE(previewOf(file).size(), QSize(2000, 1333));
+}
+
+void TestImageResizer::concurrentPreviewsAreIndependent() {
+    // Two previews at once, as the upload pipeline runs them, give what each gives alone.
+    const QString jpeg = write("one.jpg", PhotoFiles::encodeJpeg(scene({3000, 2000}, 5), 92));
+    const QString tiff = path("two.tif");
+    QVERIFY(PhotoFiles::writeTiff(tiff, {scene({1200, 800}, 2)}, 8));
+    const auto alone = [](const QString &file) {
+        return ImageResizer::createPreview(QUrl::fromLocalFile(file));
+    };
+    const auto first = alone(jpeg);
+    const auto second = alone(tiff);
+    QVERIFY(first && second);
+    for (int round = 0; round < 3; ++round) {
+        auto a = std::async(std::launch::async, alone, jpeg);
+        auto b = std::async(std::launch::async, alone, tiff);
+        QVERIFY(a.get() == first);
+        QVERIFY(b.get() == second);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestImageResizer)
+#include "tst_imageresizer.moc"
