@@ -89,7 +89,10 @@ bool CallGate::answeredByFault(const std::optional<Fault> &fault, const httplib:
         response.status = fault->status;
         const bool json =
             QJsonDocument::fromJson(QByteArray::fromStdString(fault->body)).isObject();
-        response.set_content(fault->body, json ? "application/json" : "text/plain");
+        const bool xml = fault->body.starts_with('<');
+        response.set_content(fault->body, json  ? "application/json"
+                                          : xml ? "application/xml"
+                                                : "text/plain");
         return true;
     }
     return false;

@@ -7,6 +7,7 @@
 #include "servicecontext.h"
 #include "servicestate.h"
 
+#include <cctype>
 #include <fstream>
 #include <httplib.h>
 #include <memory>
