@@ -17,10 +17,11 @@ class QObject;
 // of one lane, hence held in a std::shared_ptr.
 //
 // The waiter's thread has to keep processing events until its waiters have been resumed: a
-// resumption posted to a thread that has finished is dropped with the thread's event queue.
-// A thread without any Qt event dispatcher (a plain std::thread) cannot be posted to; its
-// waiters are resumed by the signal() that admits them, on the signalling thread, after the
-// lock has been released.
+// resumption posted to a thread that has finished is dropped with the thread's event queue,
+// and one posted to a QThreadPool worker (which has an event dispatcher but runs no loop)
+// waits for events that are never processed. A thread without any Qt event dispatcher (a
+// plain std::thread) cannot be posted to; its waiters are resumed by the signal() that admits
+// them, on the signalling thread, after the lock has been released.
 class AsyncSemaphore {
 public:
     // A negative limit would leave waiters queued while permits are owed, which the direct

@@ -2,9 +2,15 @@
 #include "photofilenames.h"
 
 #include <QDir>
+#include <QFile>
 
 #include <algorithm>
 #include <array>
+
+#ifdef Q_OS_UNIX
+#include <cerrno>
+#include <dirent.h>
+#endif
 
 namespace PhotoFileNames {
 
@@ -12,11 +18,32 @@ QStringList entries(const QString &folderPath)
 {
     if (folderPath.isEmpty())
         return {}; // QDir would take an empty path for the working directory
-    // Hidden and System too: the name test below decides, not the entry's type or flags.
-    // Unsorted, because the caller sorts only the few names that are new.
+#ifdef Q_OS_UNIX
+    // Read directly: QDir builds a file-info object for every entry, which costs several
+    // times as much as reading the folder itself, once a second, over thousands of photos.
+    DIR *folder = opendir(QFile::encodeName(folderPath).constData());
+    if (!folder)
+        return {};
+    QStringList names;
+    while (true) {
+        errno = 0;
+        const dirent *entry = readdir(folder);
+        if (!entry)
+            break;
+        const char *name = entry->d_name;
+        if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+            continue;
+        names.append(QFile::decodeName(name));
+    }
+    const bool failed = errno != 0;
+    closedir(folder);
+    return failed ? QStringList() : names; // half a listing would be a wrong one
+#else
+    // Hidden and System too: the name test decides, not the entry's type or flags.
     return QDir(folderPath).entryList(QDir::AllEntries | QDir::Hidden | QDir::System
                                           | QDir::NoDotAndDotDot,
                                       QDir::Unsorted);
+#endif
 }
 
 bool isAccepted(const QString &name)

@@ -132,15 +132,19 @@ OwnedCoroutine acquireOwned(AsyncSemaphore *semaphore, bool *resumed)
     *resumed = true;
 }
 
-// Busy-waits (other threads do the work) until the condition holds or the time is up.
+// Waits (other threads do the work) until the condition holds or the time is up: yields at
+// first, then naps, so that a busy machine still lets the other threads run.
 template<typename Condition>
 bool spinUntil(Condition condition, std::chrono::milliseconds timeout = 30s)
 {
     const QDeadlineTimer deadline(timeout);
-    while (!condition()) {
+    for (int spins = 0; !condition(); ++spins) {
         if (deadline.hasExpired())
             return false;
-        std::this_thread::yield();
+        if (spins < 100)
+            std::this_thread::yield();
+        else
+            std::this_thread::sleep_for(50us);
     }
     return true;
 }
