@@ -117,7 +117,8 @@ QCoro::Task<QString> APIClient::authenticate(QString email, QString password)
     const QByteArray body = compactJson({{QStringLiteral("email"), email},
                                          {QStringLiteral("password"), password}});
 
-    const HttpResult result = co_await send(request, "POST", body, APIError::authFailed);
+    QCoro::Task<HttpResult> pending = send(request, "POST", body, APIError::authFailed);
+    const HttpResult result = co_await pending;
     if (result.status != 200)
         throw APIError(APIError::authFailed, result.status);
     const AuthResponse auth = AuthResponse::decode(result.body);
@@ -131,8 +132,9 @@ QCoro::Task<SessionResponse> APIClient::createSession(QString name)
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
     const QByteArray body = compactJson({{QStringLiteral("name"), name}});
 
+    QCoro::Task<HttpResult> pending = send(request, "POST", body, APIError::sessionCreateFailed);
     const HttpResult result =
-        co_await send(request, "POST", body, APIError::sessionCreateFailed);
+        co_await pending;
     if (result.status != 201)
         throw APIError(APIError::sessionCreateFailed, result.status);
     co_return SessionResponse::decode(result.body);
@@ -142,7 +144,8 @@ QCoro::Task<> APIClient::endSession(QString slug)
 {
     const QNetworkRequest request =
         authorizedRequest(endpoint(QStringLiteral("/api/live/sessions/") + slug));
-    const HttpResult result = co_await send(request, "DELETE", {}, APIError::sessionEndFailed);
+    QCoro::Task<HttpResult> pending = send(request, "DELETE", {}, APIError::sessionEndFailed);
+    const HttpResult result = co_await pending;
     if (result.status != 200)
         throw APIError(APIError::sessionEndFailed, result.status);
 }
@@ -163,7 +166,8 @@ QCoro::Task<PresignResponse> APIClient::presign(qint64 folderId, QString filenam
 
     QNetworkRequest request = authorizedRequest(url);
     request.setPriority(priority);
-    const HttpResult result = co_await send(request, "GET", {}, APIError::presignFailed);
+    QCoro::Task<HttpResult> pending = send(request, "GET", {}, APIError::presignFailed);
+    const HttpResult result = co_await pending;
     if (result.status != 200)
         throw APIError(APIError::presignFailed, result.status);
     co_return PresignResponse::decode(result.body);
@@ -183,7 +187,8 @@ QCoro::Task<> APIClient::registerAttachment(qint64 folderId, QString url, QStrin
                                                      {QStringLiteral("bucket"), bucket},
                                                      {QStringLiteral("created_at"), createdAt}}}});
 
-    const HttpResult result = co_await send(request, "POST", body, APIError::registerFailed);
+    QCoro::Task<HttpResult> pending = send(request, "POST", body, APIError::registerFailed);
+    const HttpResult result = co_await pending;
     if (!isSuccess2xx(result.status))
         throw APIError(APIError::registerFailed, result.status);
 }
@@ -199,8 +204,9 @@ QCoro::Task<QString> APIClient::uploadToStorage(PresignResponse presign, QByteAr
     // The body holds its own copy; the caller's bytes need not live on through the upload.
     fileData = QByteArray();
 
+    QCoro::Task<HttpResult> pending = send(request, "POST", std::move(body), APIError::uploadFailed);
     const HttpResult result =
-        co_await send(request, "POST", std::move(body), APIError::uploadFailed);
+        co_await pending;
     if (!isSuccess2xx(result.status))
         throw APIError(APIError::uploadFailed, result.status);
     co_return QStringLiteral("https://") + presign.host.value_or(m_defaultStorageHost) +

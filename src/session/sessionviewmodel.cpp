@@ -115,7 +115,8 @@ QCoro::Task<> SessionViewModel::loginTask()
     const QString password = m_password;
     QPointer<SessionViewModel> self(this);
     try {
-        co_await m_api.authenticate(email, password);
+        QCoro::Task<QString> signingIn = m_api.authenticate(email, password);
+        co_await signingIn;
         if (!self)
             co_return;
         Preferences::setString(Preferences::savedEmailKey, email);
@@ -149,7 +150,8 @@ QCoro::Task<> SessionViewModel::startSessionTask()
     QPointer<SessionViewModel> self(this);
     SessionResponse reply;
     try {
-        reply = co_await m_api.createSession(m_session.clientName);
+        QCoro::Task<SessionResponse> creating = m_api.createSession(m_session.clientName);
+        reply = co_await creating;
     } catch (const std::exception &error) {
         if (self)
             setError(describe(error));
@@ -200,7 +202,8 @@ QCoro::Task<> SessionViewModel::stopSessionTask()
     QPointer<SessionViewModel> self(this);
     if (m_session.slug) {
         try {
-            co_await m_api.endSession(*m_session.slug);
+            QCoro::Task<> ending = m_api.endSession(*m_session.slug);
+            co_await ending;
         } catch (const std::exception &error) {
             if (self)
                 setError(describe(error));

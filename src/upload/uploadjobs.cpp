@@ -42,11 +42,14 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
 {
     co_await context.previewSemaphore->wait();
 
-    const std::optional<QByteArray> preview =
-        co_await QtConcurrent::task([url = context.fileURL] { return ImageResizer::createPreview(url); })
+    // Each awaited operation is made in a statement of its own: GCC 12 mishandles the
+    // lifetime of non-trivial temporaries inside a co_await expression.
+    QFuture<std::optional<QByteArray>> making =
+        QtConcurrent::task([url = context.fileURL] { return ImageResizer::createPreview(url); })
             .onThreadPool(*QThreadPool::globalInstance())
             .withPriority(previewPoolPriority)
             .spawn();
+    const std::optional<QByteArray> preview = co_await making;
 
     if (!preview) {
         if (context.manager)
@@ -55,15 +58,18 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
         co_return;
     }
 
+    const QString contentType = QStringLiteral("image/jpeg");
     std::optional<QString> failure;
     try {
-        const PresignResponse presign = co_await context.api->presign(
-            context.folderId, context.previewName, QStringLiteral("image/jpeg"),
-            QNetworkRequest::HighPriority);
-        const QString url =
-            co_await context.api->uploadToStorage(presign, *preview, QNetworkRequest::HighPriority);
-        co_await context.api->registerAttachment(context.folderId, url, presign.key,
-                                                 presign.bucket, QNetworkRequest::HighPriority);
+        QCoro::Task<PresignResponse> authorising = context.api->presign(
+            context.folderId, context.previewName, contentType, QNetworkRequest::HighPriority);
+        const PresignResponse presign = co_await authorising;
+        QCoro::Task<QString> storing =
+            context.api->uploadToStorage(presign, *preview, QNetworkRequest::HighPriority);
+        const QString url = co_await storing;
+        QCoro::Task<> registering = context.api->registerAttachment(
+            context.folderId, url, presign.key, presign.bucket, QNetworkRequest::HighPriority);
+        co_await registering;
     } catch (const RequestFailure &error) {
         failure = error.localizedDescription();
     } catch (const std::exception &error) {
@@ -83,18 +89,22 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
 
 QCoro::Task<bool> UploadJobs::tryUploadOriginal(UploadJobContext context)
 {
-    std::optional<QByteArray> bytes =
-        co_await QtConcurrent::task([path = context.fileURL.toLocalFile()] { return readWholeFile(path); })
+    QFuture<std::optional<QByteArray>> reading =
+        QtConcurrent::task([path = context.fileURL.toLocalFile()] { return readWholeFile(path); })
             .onThreadPool(*QThreadPool::globalInstance())
             .withPriority(originalPoolPriority)
             .spawn();
+    std::optional<QByteArray> bytes = co_await reading;
     if (!bytes)
         co_return false;
+    const QString contentType = QStringLiteral("image/jpeg");
     try {
-        const PresignResponse presign =
-            co_await context.api->presign(context.folderId, context.fileName,
-                                          QStringLiteral("image/jpeg"), QNetworkRequest::LowPriority);
-        co_await context.api->uploadToStorage(presign, std::move(*bytes), QNetworkRequest::LowPriority);
+        QCoro::Task<PresignResponse> authorising = context.api->presign(
+            context.folderId, context.fileName, contentType, QNetworkRequest::LowPriority);
+        const PresignResponse presign = co_await authorising;
+        QCoro::Task<QString> storing =
+            context.api->uploadToStorage(presign, std::move(*bytes), QNetworkRequest::LowPriority);
+        co_await storing;
     } catch (const std::exception &) {
         // An original's failure is never shown: its preview is already with the client.
         co_return false;
@@ -106,12 +116,15 @@ QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
 {
     co_await context.fullResSemaphore->wait();
 
-    bool uploaded = co_await tryUploadOriginal(context);
+    QCoro::Task<bool> firstAttempt = tryUploadOriginal(context);
+    bool uploaded = co_await firstAttempt;
     if (!uploaded) {
         // The permit is held through the pause on purpose: the whole lane waits, so a store that
         // is failing is not hammered by the originals queued behind this one.
-        co_await QCoro::sleepFor(originalRetryDelay);
-        uploaded = co_await tryUploadOriginal(context);
+        QCoro::Task<> pause = QCoro::sleepFor(originalRetryDelay);
+        co_await pause;
+        QCoro::Task<bool> secondAttempt = tryUploadOriginal(context);
+        uploaded = co_await secondAttempt;
     }
     if (uploaded && context.manager)
         context.manager->recordOriginalUploaded();

@@ -18,7 +18,10 @@
 #include <QTest>
 #include <QTimer>
 #include <QUrl>
+
 #include <algorithm>
+#include <csignal>
+#include <sys/prctl.h>
 #include <type_traits>
 
 namespace {
@@ -124,6 +127,9 @@ bool DevService::start(Transport transport, const QString &publicHost) {
 
     m_process = std::make_unique<QProcess>();
     m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // A test that crashes or is killed by its time limit must not leave the service running
+    // behind it, holding the test runner's output pipe open.
+    m_process->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
     m_process->start(QStringLiteral(QUILLMERE_DEVSERVICE_PATH), arguments);
     if (!m_process->waitForStarted(startTimeoutMs)) {
         m_error = "devservice did not start: " + m_process->errorString();

@@ -1,0 +1,310 @@
+// SPDX-License-Identifier: MIT
+// One photo from disk to a registered preview and a stored original, against devservice, with
+// real images in a real folder.
+#include "apiclient.h"
+#include "devservicefixture.h"
+#include "photofiles.h"
+#include "photogenerator.h"
+#include "rawdngwriter.h"
+#include "scopedpreferences.h"
+#include "taskoutcome.h"
+#include "uploadmanager.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+namespace {
+QStringList presignedNames(DevService &service)
+{
+    QStringList names;
+    for (const DevService::ReceivedRequest &request : service.requests(QStringLiteral("presign")))
+        names << request.query.value(0).second;
+    return names;
+}
+} // namespace
+
+class UploadManagerTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
+        // The process-wide client reads these once, on first use.
+        qputenv("QUILLMERE_SERVICE_URL", m_service.baseURL().toUtf8());
+        qputenv("QUILLMERE_STORAGE_HOST", m_service.storageHost().toUtf8());
+        m_jpeg = PhotoFiles::encodeJpeg(PhotoGenerator(QSize(1200, 800), 7).image8(), 90);
+        QVERIFY(!m_jpeg.isEmpty());
+    }
+
+    void init()
+    {
+        QVERIFY(m_service.reset());
+        m_preferences.reset();
+        m_preferences = std::make_unique<ScopedPreferences>();
+        QVERIFY(awaitOutcome(APIClient::shared().authenticate(DevService::demoEmail(), DevService::demoPassword())).value);
+        const auto session = awaitOutcome(APIClient::shared().createSession(QStringLiteral("Ana")));
+        QVERIFY(session.value);
+        m_folderId = session.value->folder_id;
+        m_folder = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_folder->isValid());
+    }
+
+    void previewNameRule_data()
+    {
+        QTest::addColumn<QString>("fileName");
+        QTest::addColumn<QString>("previewName");
+        QTest::newRow("raw") << QStringLiteral("IMG_0001.CR3") << QStringLiteral("preview_IMG_0001.jpg");
+        QTest::newRow("jpeg") << QStringLiteral("IMG_0002.jpg") << QStringLiteral("preview_IMG_0002.jpg");
+        QTest::newRow("upper-case jpeg") << QStringLiteral("DSC_0042.JPG") << QStringLiteral("preview_DSC_0042.jpg");
+        QTest::newRow("every occurrence") << QStringLiteral("raw_7.raw") << QStringLiteral("preview_jpg_7.jpg");
+        QTest::newRow("case-sensitive") << QStringLiteral("NEF_1.nef") << QStringLiteral("preview_NEF_1.jpg");
+        QTest::newRow("no extension") << QStringLiteral("photo") << QStringLiteral("preview_photo");
+    }
+    void previewNameRule()
+    {
+        QFETCH(QString, fileName);
+        QFETCH(QString, previewName);
+        QCOMPARE(UploadManager::previewName(fileName, QFileInfo(fileName).suffix()), previewName);
+    }
+
+    void onePhotoGoesAllTheWay()
+    {
+        const QString path = writePhoto(QStringLiteral("DSC_0042.JPG"), m_jpeg);
+        UploadManager manager(m_folderId);
+        QSignalSpy uploaded(&manager, &UploadManager::uploadedCountChanged);
+        QSignalSpy totals(&manager, &UploadManager::fullResTotalChanged);
+        // Both counters move in one turn, and before the original is even asked for.
+        bool sameTurn = false;
+        qint64 totalAtFirstSignal = -1;
+        int originalRequestsAtFirstSignal = -1;
+        connect(&manager, &UploadManager::uploadedCountChanged, this, [&] {
+            totalAtFirstSignal = manager.fullResTotal();
+            originalRequestsAtFirstSignal = int(presignedNames(m_service).count(QStringLiteral("DSC_0042.JPG")));
+            bool turnEnded = false;
+            QTimer::singleShot(0, this, [&] { turnEnded = true; });
+            connect(&manager, &UploadManager::fullResTotalChanged, this, [&] { sameTurn = !turnEnded; });
+        });
+
+        manager.uploadFile(QUrl::fromLocalFile(path));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 1, 30000);
+        QCOMPARE(manager.uploadedCount(), 1);
+        QCOMPARE(manager.fullResTotal(), 1);
+        QCOMPARE(uploaded.count(), 1);
+        QCOMPARE(totals.count(), 1);
+        QCOMPARE(totalAtFirstSignal, 1);
+        QCOMPARE(originalRequestsAtFirstSignal, 0);
+        QVERIFY(sameTurn);
+        QVERIFY(!manager.error());
+
+        QCOMPARE(presignedNames(m_service), (QStringList{QStringLiteral("preview_DSC_0042.jpg"), QStringLiteral("DSC_0042.JPG")}));
+        for (const auto &request : m_service.requests(QStringLiteral("presign")))
+            QCOMPARE(request.query.value(1).second, QStringLiteral("image/jpeg"));
+        const auto files = m_service.registeredFiles(m_folderId);
+        QCOMPARE(files.size(), 1);
+        QVERIFY(files[0].key.endsWith(QStringLiteral("preview_DSC_0042.jpg")));
+        const std::optional<QByteArray> preview = m_service.storedObject(files[0].key);
+        QVERIFY(preview);
+        QCOMPARE(PhotoFiles::decodeJpeg(*preview).size(), QSize(1200, 800));
+        QCOMPARE(storedOriginal(QStringLiteral("DSC_0042.JPG")), std::optional(m_jpeg));
+    }
+
+    void rawOriginalIsAnnouncedAsJpeg()
+    {
+        const QImage sensor = PhotoGenerator(QSize(640, 426), 3).image8();
+        const QString path = m_folder->filePath(QStringLiteral("IMG_0007.dng"));
+        QVERIFY(RawDngWriter::write(path, sensor, sensor.scaled(160, 106)));
+        UploadManager manager(m_folderId);
+        manager.uploadFile(QUrl::fromLocalFile(path));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 1, 30000);
+        QCOMPARE(presignedNames(m_service), (QStringList{QStringLiteral("preview_IMG_0007.jpg"), QStringLiteral("IMG_0007.dng")}));
+        QCOMPARE(m_service.requests(QStringLiteral("presign")).at(1).query.value(1).second, QStringLiteral("image/jpeg"));
+        QFile source(path);
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        QCOMPARE(storedOriginal(QStringLiteral("IMG_0007.dng")), std::optional(source.readAll()));
+    }
+
+    void threePhotosAtOnceRunTwoPreviews()
+    {
+        QVERIFY(m_service.injectFault(DevService::Fault::withDelay(QStringLiteral("presign"), 2000, 3)));
+        UploadManager manager(m_folderId);
+        for (const char *name : {"A.jpg", "B.jpg", "C.jpg"})
+            manager.uploadFile(QUrl::fromLocalFile(writePhoto(QString::fromLatin1(name), m_jpeg)));
+        QTRY_COMPARE_WITH_TIMEOUT(m_service.requests(QStringLiteral("presign")).size(), 2, 20000);
+        // The third waits for a permit, which is held through the slow authorisations.
+        QTest::qWait(800);
+        QCOMPARE(m_service.requests(QStringLiteral("presign")).size(), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(manager.uploadedCount(), 3, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 3, 30000);
+    }
+
+    void undecodablePhotoReachesNoService()
+    {
+        UploadManager manager(m_folderId);
+        manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("IMG_0100.CR2"), "not a photo at all")));
+        QTRY_VERIFY_WITH_TIMEOUT(manager.error().has_value(), 20000);
+        QCOMPARE(*manager.error(), QStringLiteral("No se pudo procesar IMG_0100.CR2"));
+        QCOMPARE(manager.uploadedCount(), 0);
+        QCOMPARE(manager.fullResTotal(), 0);
+        QVERIFY(m_service.requests(QStringLiteral("presign")).isEmpty());
+        QVERIFY(m_service.requests(QStringLiteral("upload")).isEmpty());
+    }
+
+    void missingPhotoIsReportedToo()
+    {
+        UploadManager manager(m_folderId);
+        manager.uploadFile(QUrl::fromLocalFile(m_folder->filePath(QStringLiteral("gone.jpg"))));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.error(), std::optional(QStringLiteral("No se pudo procesar gone.jpg")), 20000);
+    }
+
+    void failedPreviewStepsAreReported_data()
+    {
+        QTest::addColumn<QString>("endpoint");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("presign") << QStringLiteral("presign") << QStringLiteral("Error: Error al preparar la subida");
+        QTest::newRow("upload") << QStringLiteral("upload") << QStringLiteral("Error: Error al subir la imagen");
+        QTest::newRow("register") << QStringLiteral("register") << QStringLiteral("Error: Error al registrar la imagen");
+    }
+    void failedPreviewStepsAreReported()
+    {
+        QFETCH(QString, endpoint);
+        QFETCH(QString, message);
+        QVERIFY(m_service.injectFault(DevService::Fault::withStatus(endpoint, 500)));
+        UploadManager manager(m_folderId);
+        manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("IMG_0001.JPG"), m_jpeg)));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.error(), std::optional(message), 20000);
+        QTest::qWait(300);
+        QCOMPARE(manager.uploadedCount(), 0);
+        QCOMPARE(manager.fullResTotal(), 0);
+        // No retry of a preview, and its original is never sent.
+        QVERIFY(!presignedNames(m_service).contains(QStringLiteral("IMG_0001.JPG")));
+        QVERIFY(presignedNames(m_service).size() <= 1);
+    }
+
+    void transportFailureOfAPreviewIsReported()
+    {
+        QVERIFY(m_service.injectFault(DevService::Fault::withDrop(QStringLiteral("presign"), 3)));
+        UploadManager manager(m_folderId);
+        manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("IMG_0003.JPG"), m_jpeg)));
+        QTRY_VERIFY_WITH_TIMEOUT(manager.error().has_value(), 20000);
+        QVERIFY(manager.error()->startsWith(QStringLiteral("Error: ")));
+        QVERIFY(manager.error()->size() > 7);
+    }
+
+    void originalIsRetriedOnceAfterFiveSeconds()
+    {
+        UploadManager manager(m_folderId);
+        QElapsedTimer clock;
+        qint64 failedAt = -1;
+        qint64 uploadedAt = -1;
+        // The original's authorisation is the next presign once the preview has counted.
+        connect(&manager, &UploadManager::uploadedCountChanged, this, [&] {
+            if (manager.uploadedCount() == 1) {
+                QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("presign"), 503)));
+                failedAt = clock.elapsed();
+            }
+        });
+        connect(&manager, &UploadManager::fullResUploadedChanged, this, [&] {
+            if (uploadedAt < 0)
+                uploadedAt = clock.elapsed();
+        });
+        clock.start();
+        manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("A.JPG"), m_jpeg)));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.uploadedCount(), 1, 20000);
+        // A second photo's original must wait behind the first one's pause.
+        manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("B.JPG"), m_jpeg)));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 2, 40000);
+        QVERIFY2(uploadedAt - failedAt >= 4900, qPrintable(QString::number(uploadedAt - failedAt)));
+        QVERIFY(!manager.error());
+        const QStringList names = presignedNames(m_service);
+        QCOMPARE(names.count(QStringLiteral("A.JPG")), 2);
+        QCOMPARE(names.count(QStringLiteral("B.JPG")), 1);
+        QVERIFY(names.lastIndexOf(QStringLiteral("A.JPG")) < names.indexOf(QStringLiteral("B.JPG")));
+        QCOMPARE(storedOriginal(QStringLiteral("A.JPG")), std::optional(m_jpeg));
+    }
+
+    void originalFailingTwiceIsSilent()
+    {
+        UploadManager manager(m_folderId);
+        connect(&manager, &UploadManager::uploadedCountChanged, this, [&] {
+            QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("upload"), 500, {}, 2)));
+        });
+        manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("A.JPG"), m_jpeg)));
+        QTRY_COMPARE_WITH_TIMEOUT(presignedNames(m_service).count(QStringLiteral("A.JPG")), 2, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_service.requests(QStringLiteral("upload")).size(), 3, 20000);
+        QTest::qWait(500);
+        QCOMPARE(manager.uploadedCount(), 1);
+        QCOMPARE(manager.fullResTotal(), 1);
+        QCOMPARE(manager.fullResUploaded(), 0);
+        QVERIFY(!manager.error());
+    }
+
+    void vanishedOriginalIsSilent()
+    {
+        const QString path = writePhoto(QStringLiteral("A.JPG"), m_jpeg);
+        UploadManager manager(m_folderId);
+        connect(&manager, &UploadManager::uploadedCountChanged, this, [&] { QVERIFY(QFile::remove(path)); });
+        manager.uploadFile(QUrl::fromLocalFile(path));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.uploadedCount(), 1, 20000);
+        QTest::qWait(1000);
+        QCOMPARE(manager.fullResTotal(), 1);
+        QCOMPARE(manager.fullResUploaded(), 0);
+        QVERIFY(!manager.error());
+        QVERIFY(!presignedNames(m_service).contains(QStringLiteral("A.JPG")));
+    }
+
+    void destroyedManagerLetsJobsFinish()
+    {
+        auto manager = std::make_unique<UploadManager>(m_folderId);
+        for (const char *name : {"A.jpg", "B.jpg", "C.jpg"})
+            manager->uploadFile(QUrl::fromLocalFile(writePhoto(QString::fromLatin1(name), m_jpeg)));
+        manager.reset();
+        QTRY_COMPARE_WITH_TIMEOUT(m_service.registeredFiles(m_folderId).size(), 3, 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(storedOriginal(QStringLiteral("C.jpg")).has_value(), 30000);
+        QCOMPARE(storedOriginal(QStringLiteral("A.jpg")), std::optional(m_jpeg));
+    }
+
+private:
+    QString writePhoto(const QString &name, const QByteArray &bytes)
+    {
+        const QString path = m_folder->filePath(name);
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+            qFatal("cannot write %s", qPrintable(path));
+        return path;
+    }
+
+    // The original as the store keeps it: the object presigned under the file's own name.
+    std::optional<QByteArray> storedOriginal(const QString &fileName)
+    {
+        for (const auto &request : m_service.requests(QStringLiteral("presign"))) {
+            if (request.query.value(0).second != fileName)
+                continue;
+            // Keys end with the presigned file name; the store answers by key.
+            for (const auto &upload : m_service.requests(QStringLiteral("upload"))) {
+                const int at = int(upload.body.indexOf("name=\"key\"\r\n\r\n"));
+                if (at < 0)
+                    continue;
+                const qsizetype start = at + 14;
+                const QString key = QString::fromUtf8(upload.body.mid(start, upload.body.indexOf("\r\n", start) - start));
+                if (key.endsWith(QLatin1Char('/') + fileName))
+                    if (auto object = m_service.storedObject(key))
+                        return object;
+            }
+        }
+        return std::nullopt;
+    }
+
+    DevService m_service;
+    std::unique_ptr<ScopedPreferences> m_preferences;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    QByteArray m_jpeg;
+    qint64 m_folderId = 0;
+};
+
+QTEST_GUILESS_MAIN(UploadManagerTest)
+#include "tst_uploadmanager.moc"
