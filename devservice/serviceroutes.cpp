@@ -115,7 +115,7 @@ void ServiceRoutes::createSession(const httplib::Request &request, httplib::Resp
     if (auto refusal = JsonRequest::exactStringMembers(*body, {"name"}))
         return HttpReplies::problem(response, refusal->status, refusal->message);
     const QString name = body->value("name").toString();
-    if (name.trimmed().isEmpty())
+    if (name.isEmpty())
         return HttpReplies::problem(response, 422, "a session needs the client's name");
 
     const LiveSessionRecord session = m_context.state.openSession(utf8(name));

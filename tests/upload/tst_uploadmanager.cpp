@@ -7,6 +7,7 @@
 #include "photogenerator.h"
 #include "rawdngwriter.h"
 #include "scopedpreferences.h"
+#include "storedfiles.h"
 #include "taskoutcome.h"
 #include "uploadmanager.h"
 
@@ -17,15 +18,6 @@
 #include <QTest>
 #include <QTimer>
 
-namespace {
-QStringList presignedNames(DevService &service)
-{
-    QStringList names;
-    for (const DevService::ReceivedRequest &request : service.requests(QStringLiteral("presign")))
-        names << request.query.value(0).second;
-    return names;
-}
-} // namespace
 
 class UploadManagerTest : public QObject {
     Q_OBJECT
@@ -84,7 +76,7 @@ private Q_SLOTS:
         int originalRequestsAtFirstSignal = -1;
         connect(&manager, &UploadManager::uploadedCountChanged, this, [&] {
             totalAtFirstSignal = manager.fullResTotal();
-            originalRequestsAtFirstSignal = int(presignedNames(m_service).count(QStringLiteral("DSC_0042.JPG")));
+            originalRequestsAtFirstSignal = int(StoredFiles(m_service).presignedNames().count(QStringLiteral("DSC_0042.JPG")));
             bool turnEnded = false;
             QTimer::singleShot(0, this, [&] { turnEnded = true; });
             connect(&manager, &UploadManager::fullResTotalChanged, this, [&] { sameTurn = !turnEnded; });
@@ -101,7 +93,7 @@ private Q_SLOTS:
         QVERIFY(sameTurn);
         QVERIFY(!manager.error());
 
-        QCOMPARE(presignedNames(m_service), (QStringList{QStringLiteral("preview_DSC_0042.jpg"), QStringLiteral("DSC_0042.JPG")}));
+        QCOMPARE(StoredFiles(m_service).presignedNames(), (QStringList{QStringLiteral("preview_DSC_0042.jpg"), QStringLiteral("DSC_0042.JPG")}));
         for (const auto &request : m_service.requests(QStringLiteral("presign")))
             QCOMPARE(request.query.value(1).second, QStringLiteral("image/jpeg"));
         const auto files = m_service.registeredFiles(m_folderId);
@@ -110,7 +102,7 @@ private Q_SLOTS:
         const std::optional<QByteArray> preview = m_service.storedObject(files[0].key);
         QVERIFY(preview);
         QCOMPARE(PhotoFiles::decodeJpeg(*preview).size(), QSize(1200, 800));
-        QCOMPARE(storedOriginal(QStringLiteral("DSC_0042.JPG")), std::optional(m_jpeg));
+        QCOMPARE(StoredFiles(m_service).objectNamed(QStringLiteral("DSC_0042.JPG")), std::optional(m_jpeg));
     }
 
     void rawOriginalIsAnnouncedAsJpeg()
@@ -121,11 +113,11 @@ private Q_SLOTS:
         UploadManager manager(m_folderId);
         manager.uploadFile(QUrl::fromLocalFile(path));
         QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 1, 30000);
-        QCOMPARE(presignedNames(m_service), (QStringList{QStringLiteral("preview_IMG_0007.jpg"), QStringLiteral("IMG_0007.dng")}));
+        QCOMPARE(StoredFiles(m_service).presignedNames(), (QStringList{QStringLiteral("preview_IMG_0007.jpg"), QStringLiteral("IMG_0007.dng")}));
         QCOMPARE(m_service.requests(QStringLiteral("presign")).at(1).query.value(1).second, QStringLiteral("image/jpeg"));
         QFile source(path);
         QVERIFY(source.open(QIODevice::ReadOnly));
-        QCOMPARE(storedOriginal(QStringLiteral("IMG_0007.dng")), std::optional(source.readAll()));
+        QCOMPARE(StoredFiles(m_service).objectNamed(QStringLiteral("IMG_0007.dng")), std::optional(source.readAll()));
     }
 
     void threePhotosAtOnceRunTwoPreviews()
@@ -181,8 +173,8 @@ private Q_SLOTS:
         QCOMPARE(manager.uploadedCount(), 0);
         QCOMPARE(manager.fullResTotal(), 0);
         // No retry of a preview, and its original is never sent.
-        QVERIFY(!presignedNames(m_service).contains(QStringLiteral("IMG_0001.JPG")));
-        QVERIFY(presignedNames(m_service).size() <= 1);
+        QVERIFY(!StoredFiles(m_service).presignedNames().contains(QStringLiteral("IMG_0001.JPG")));
+        QVERIFY(StoredFiles(m_service).presignedNames().size() <= 1);
     }
 
     void transportFailureOfAPreviewIsReported()
@@ -220,11 +212,11 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 2, 40000);
         QVERIFY2(uploadedAt - failedAt >= 4900, qPrintable(QString::number(uploadedAt - failedAt)));
         QVERIFY(!manager.error());
-        const QStringList names = presignedNames(m_service);
+        const QStringList names = StoredFiles(m_service).presignedNames();
         QCOMPARE(names.count(QStringLiteral("A.JPG")), 2);
         QCOMPARE(names.count(QStringLiteral("B.JPG")), 1);
         QVERIFY(names.lastIndexOf(QStringLiteral("A.JPG")) < names.indexOf(QStringLiteral("B.JPG")));
-        QCOMPARE(storedOriginal(QStringLiteral("A.JPG")), std::optional(m_jpeg));
+        QCOMPARE(StoredFiles(m_service).objectNamed(QStringLiteral("A.JPG")), std::optional(m_jpeg));
     }
 
     void originalFailingTwiceIsSilent()
@@ -234,7 +226,7 @@ private Q_SLOTS:
             QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("upload"), 500, {}, 2)));
         });
         manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("A.JPG"), m_jpeg)));
-        QTRY_COMPARE_WITH_TIMEOUT(presignedNames(m_service).count(QStringLiteral("A.JPG")), 2, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(StoredFiles(m_service).presignedNames().count(QStringLiteral("A.JPG")), 2, 20000);
         QTRY_COMPARE_WITH_TIMEOUT(m_service.requests(QStringLiteral("upload")).size(), 3, 20000);
         QTest::qWait(500);
         QCOMPARE(manager.uploadedCount(), 1);
@@ -254,7 +246,7 @@ private Q_SLOTS:
         QCOMPARE(manager.fullResTotal(), 1);
         QCOMPARE(manager.fullResUploaded(), 0);
         QVERIFY(!manager.error());
-        QVERIFY(!presignedNames(m_service).contains(QStringLiteral("A.JPG")));
+        QVERIFY(!StoredFiles(m_service).presignedNames().contains(QStringLiteral("A.JPG")));
     }
 
     void destroyedManagerLetsJobsFinish()
@@ -264,8 +256,8 @@ private Q_SLOTS:
             manager->uploadFile(QUrl::fromLocalFile(writePhoto(QString::fromLatin1(name), m_jpeg)));
         manager.reset();
         QTRY_COMPARE_WITH_TIMEOUT(m_service.registeredFiles(m_folderId).size(), 3, 30000);
-        QTRY_VERIFY_WITH_TIMEOUT(storedOriginal(QStringLiteral("C.jpg")).has_value(), 30000);
-        QCOMPARE(storedOriginal(QStringLiteral("A.jpg")), std::optional(m_jpeg));
+        QTRY_VERIFY_WITH_TIMEOUT(StoredFiles(m_service).objectNamed(QStringLiteral("C.jpg")).has_value(), 30000);
+        QCOMPARE(StoredFiles(m_service).objectNamed(QStringLiteral("A.jpg")), std::optional(m_jpeg));
     }
 
 private:
@@ -276,27 +268,6 @@ private:
         if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
             qFatal("cannot write %s", qPrintable(path));
         return path;
-    }
-
-    // The original as the store keeps it: the object presigned under the file's own name.
-    std::optional<QByteArray> storedOriginal(const QString &fileName)
-    {
-        for (const auto &request : m_service.requests(QStringLiteral("presign"))) {
-            if (request.query.value(0).second != fileName)
-                continue;
-            // Keys end with the presigned file name; the store answers by key.
-            for (const auto &upload : m_service.requests(QStringLiteral("upload"))) {
-                const int at = int(upload.body.indexOf("name=\"key\"\r\n\r\n"));
-                if (at < 0)
-                    continue;
-                const qsizetype start = at + 14;
-                const QString key = QString::fromUtf8(upload.body.mid(start, upload.body.indexOf("\r\n", start) - start));
-                if (key.endsWith(QLatin1Char('/') + fileName))
-                    if (auto object = m_service.storedObject(key))
-                        return object;
-            }
-        }
-        return std::nullopt;
     }
 
     DevService m_service;

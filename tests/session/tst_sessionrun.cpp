@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: MIT
+// The controller from sign-in to the next session, headless, against devservice and a real
+// watch folder.
+#include "apierror.h"
+#include "sessionharness.h"
+#include "sessionviewmodel.h"
+#include "storedfiles.h"
+#include "taskoutcome.h"
+#include "folderwatcher.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+class SessionRunTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY2(m_harness.start(), qPrintable(m_harness.errorString())); }
+    void init() { m_harness.resetForTest(); }
+
+    void signInKeepsTheEmailAndNeverThePassword()
+    {
+        m_harness.preferences().store(QStringLiteral("saved_email"), QStringLiteral("otra@estudio.test"));
+        SessionViewModel model;
+        QCOMPARE(model.email(), QStringLiteral("otra@estudio.test"));
+        QList<bool> authenticating;
+        connect(&model, &SessionViewModel::isAuthenticatingChanged, this,
+                [&] { authenticating << model.isAuthenticating(); });
+        QVERIFY(m_harness.signIn(model));
+        QCOMPARE(authenticating, (QList<bool>{true, false}));
+        QCOMPARE(m_harness.preferences().stored(QStringLiteral("saved_email")), DevService::demoEmail());
+        QVERIFY(m_harness.preferences().stored(QStringLiteral("api_token")));
+        QCOMPARE(model.state(), AppState::setup);
+        QCOMPARE(model.password(), DevService::demoPassword()); // not cleared after sign-in
+        QVERIFY(!m_harness.preferences().storageText().contains(DevService::demoPassword()));
+        for (const QString &key : m_harness.preferences().storedKeys())
+            QVERIFY2(key == QLatin1String("api_token") || key == QLatin1String("saved_email"), qPrintable(key));
+    }
+
+    void failedSignInShowsTheMessageAndKeepsEverything()
+    {
+        m_harness.preferences().store(QStringLiteral("saved_email"), QStringLiteral("antes@estudio.test"));
+        SessionViewModel model;
+        model.setEmail(QStringLiteral("  nadie@estudio.test"));
+        model.setPassword(QStringLiteral("mal"));
+        awaitOutcome(model.loginTask());
+        QCOMPARE(model.error(), std::optional(QStringLiteral("Email o contraseña incorrectos")));
+        QVERIFY(!model.isAuthenticating());
+        QVERIFY(!model.hasStoredToken());
+        QCOMPARE(model.email(), QStringLiteral("  nadie@estudio.test"));
+        QCOMPARE(model.password(), QStringLiteral("mal"));
+        QCOMPARE(m_harness.preferences().stored(QStringLiteral("saved_email")), QStringLiteral("antes@estudio.test"));
+        // The e-mail goes out exactly as typed.
+        const auto requests = m_harness.service().requests(QStringLiteral("authenticate"));
+        QVERIFY(requests.last().body.contains("\"  nadie@estudio.test\""));
+
+        // The next attempt starts with a clean error line.
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(!model.error());
+    }
+
+    void signInThatCannotReachTheServiceShowsTheTransportError()
+    {
+        SessionViewModel model;
+        QVERIFY(m_harness.service().injectFault(DevService::Fault::withDrop(QStringLiteral("authenticate"), 3)));
+        model.setEmail(DevService::demoEmail());
+        model.setPassword(DevService::demoPassword());
+        awaitOutcome(model.loginTask());
+        QVERIFY(model.error());
+        QVERIFY(*model.error() != APIError::errorDescription(APIError::authFailed));
+        QVERIFY(!model.isAuthenticating());
+    }
+
+    void photosAlreadyThereAreNeverSent()
+    {
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("OLD_0001.JPG"), SessionHarness::photoJpeg(1)));
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("   ")));
+        QVERIFY(model.watcher());
+        QVERIFY(model.uploadManager());
+        QVERIFY(model.watcher()->knownFiles().contains(QStringLiteral("OLD_0001.JPG")));
+        // A name of blanks is accepted and sent unchanged.
+        QCOMPARE(m_harness.service().requests(QStringLiteral("createSession")).last().body, QByteArray("{\"name\":\"   \"}"));
+        QVERIFY(model.session().folderId);
+        QVERIFY(model.session().slug);
+        QVERIFY(model.session().liveURL);
+        QVERIFY(model.session().galleryURL);
+
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("NEW_0002.JPG"), SessionHarness::photoJpeg(2)));
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 1, 30000);
+        QCOMPARE(StoredFiles(m_harness.service()).presignedNames(),
+                 (QStringList{QStringLiteral("preview_NEW_0002.jpg"), QStringLiteral("NEW_0002.JPG")}));
+    }
+
+    void pauseDropsPhotosForGood()
+    {
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Boda")));
+        model.setIsPaused(true);
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("PAUSED.JPG"), SessionHarness::photoJpeg(3)));
+        QTRY_VERIFY_WITH_TIMEOUT(model.watcher()->knownFiles().contains(QStringLiteral("PAUSED.JPG")), 10000);
+        model.setIsPaused(false);
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("RESUMED.JPG"), SessionHarness::photoJpeg(4)));
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 1, 30000);
+        QTest::qWait(1500);
+        QCOMPARE(model.uploadManager()->uploadedCount(), 1);
+        const QStringList names = StoredFiles(m_harness.service()).presignedNames();
+        QVERIFY(!names.contains(QStringLiteral("preview_PAUSED.jpg")));
+        QVERIFY(names.contains(QStringLiteral("RESUMED.JPG")));
+    }
+
+    void stopCopiesTheCountsOnce()
+    {
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Boda")));
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("A.JPG"), SessionHarness::photoJpeg(5)));
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 1, 30000);
+        // The next original is slow: the stop happens while it is still on its way.
+        QVERIFY(m_harness.service().injectFault(DevService::Fault::withDelay(QStringLiteral("upload"), 2500, 2)));
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("B.JPG"), SessionHarness::photoJpeg(6)));
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResTotal(), 2, 30000);
+        QVERIFY(model.uploadManager()->fullResUploaded() < 2);
+
+        awaitOutcome(model.stopSessionTask());
+        QCOMPARE(model.state(), AppState::finished);
+        QVERIFY(!model.watcher());
+        QVERIFY(model.uploadManager());
+        QVERIFY(!model.error());
+        const LiveSession atStop = model.session();
+        QCOMPARE(atStop.uploadedCount, model.uploadManager()->uploadedCount());
+        QCOMPARE(atStop.fullResTotal, 2);
+        QCOMPARE(atStop.selectedCount, 0);
+        const auto ended = m_harness.service().requests(QStringLiteral("endSession"));
+        QCOMPARE(ended.size(), 1);
+        QCOMPARE(ended[0].path, QStringLiteral("/api/live/sessions/") + *atStop.slug);
+
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 2, 30000);
+        QCOMPARE(model.session(), atStop);
+        QCOMPARE(model.session().fullResUploaded, atStop.fullResUploaded);
+        QVERIFY(atStop.fullResUploaded < 2);
+
+        model.newSession();
+        QCOMPARE(model.state(), AppState::setup);
+        QCOMPARE(model.session(), LiveSession());
+        QVERIFY(!model.uploadManager());
+        QVERIFY(!model.error());
+        QVERIFY(!model.isPaused());
+    }
+
+    void refusedEndOfSessionStillFinishes()
+    {
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Boda")));
+        model.setIsPaused(true);
+        QVERIFY(m_harness.service().injectFault(DevService::Fault::withStatus(QStringLiteral("endSession"), 500)));
+        awaitOutcome(model.stopSessionTask());
+        QCOMPARE(model.state(), AppState::finished);
+        QCOMPARE(model.error(), std::optional(QStringLiteral("No se pudo terminar la sesión")));
+        QVERIFY(model.isPaused()); // the stop leaves the pause alone
+        QCOMPARE(model.session().uploadedCount, 0);
+        model.newSession();
+        QVERIFY(!model.error());
+    }
+
+    void refusedStartStaysInSetup()
+    {
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.service().injectFault(DevService::Fault::withStatus(QStringLiteral("createSession"), 500)));
+        QVERIFY(!m_harness.startSession(model, QStringLiteral("Boda")));
+        QCOMPARE(model.error(), std::optional(QStringLiteral("No se pudo crear la sesión")));
+        QCOMPARE(model.state(), AppState::setup);
+        QVERIFY(!model.uploadManager());
+        QVERIFY(!model.watcher());
+        QCOMPARE(model.session().clientName, QStringLiteral("Boda"));
+        QVERIFY(model.session().watchFolder);
+        // Trying again clears the error and works.
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Boda")));
+        QVERIFY(!model.error());
+    }
+
+    void startingAgainReplacesTheWatcher()
+    {
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Boda")));
+        QPointer<FolderWatcher> first = model.watcher();
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Boda")));
+        QVERIFY(!first);
+        QVERIFY(model.watcher());
+        QCOMPARE(m_harness.service().requests(QStringLiteral("createSession")).size(), 2);
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("ONE.JPG"), SessionHarness::photoJpeg(7)));
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 1, 30000);
+        QTest::qWait(1500);
+        QCOMPARE(model.uploadManager()->uploadedCount(), 1);
+    }
+
+private:
+    SessionHarness m_harness;
+};
+
+QTEST_GUILESS_MAIN(SessionRunTest)
+#include "tst_sessionrun.moc"

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#include "storedfiles.h"
+
+#include "devservicefixture.h"
+
+QStringList StoredFiles::presignedNames() const
+{
+    QStringList names;
+    for (const DevService::ReceivedRequest &request : m_service.requests(QStringLiteral("presign")))
+        names << request.query.value(0).second;
+    return names;
+}
+
+QStringList StoredFiles::uploadedKeys() const
+{
+    // The key travels as one of the presigned form fields of each upload.
+    static const QByteArray marker = "name=\"key\"\r\n\r\n";
+    QStringList keys;
+    for (const DevService::ReceivedRequest &upload : m_service.requests(QStringLiteral("upload"))) {
+        const qsizetype at = upload.body.indexOf(marker);
+        if (at < 0)
+            continue;
+        const qsizetype start = at + marker.size();
+        keys << QString::fromUtf8(upload.body.mid(start, upload.body.indexOf("\r\n", start) - start));
+    }
+    return keys;
+}
+
+std::optional<QByteArray> StoredFiles::objectNamed(const QString &fileName) const
+{
+    const QStringList keys = uploadedKeys();
+    for (auto key = keys.crbegin(); key != keys.crend(); ++key) {
+        if (!key->endsWith(QLatin1Char('/') + fileName))
+            continue;
+        if (std::optional<QByteArray> object = m_service.storedObject(*key))
+            return object;
+    }
+    return std::nullopt;
+}

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+class DevService;
+
+// What the object store of a devservice holds, looked up the way a test thinks of it: by the
+// photo's file name rather than by the store's object key.
+class StoredFiles {
+public:
+    explicit StoredFiles(DevService &service)
+        : m_service(service)
+    {
+    }
+
+    // The names the service was asked to authorise, in order.
+    QStringList presignedNames() const;
+    // Object keys of every upload the store received, in order (failed ones included).
+    QStringList uploadedKeys() const;
+    // The bytes stored for the file presigned under exactly this name, if any.
+    std::optional<QByteArray> objectNamed(const QString &fileName) const;
+
+private:
+    DevService &m_service;
+};
