@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+import QtQuick
+import Quillmere.Live
+
+// The panel's content: the screen the controller calls for, a divider, and the quit row. No
+// screen is kept: coming back to one builds it afresh from the controller.
+Rectangle {
+    id: root
+
+    required property SessionViewModel viewModel
+    // What the slot above the divider shows; follows the controller.
+    property int screen: screenSwitch.screen
+    // Where the recording screen reads its count: the session's upload manager.
+    property QtObject uploadManager: viewModel.uploadManager
+
+    signal quitRequested()
+
+    implicitWidth: Theme.panelWidth
+    implicitHeight: column.implicitHeight
+    color: Theme.controlBackgroundColor
+
+    ScreenSwitch {
+        id: screenSwitch
+
+        viewModel: root.viewModel
+    }
+
+    Component {
+        id: loginScreen
+
+        LoginView {
+            focus: true
+            viewModel: root.viewModel
+        }
+    }
+
+    Component {
+        id: setupScreen
+
+        SetupView {
+            focus: true
+            viewModel: root.viewModel
+        }
+    }
+
+    Component {
+        id: recordingScreen
+
+        RecordingView {
+            focus: true
+            viewModel: root.viewModel
+            uploadManager: root.uploadManager
+            badgeVisible: true
+        }
+    }
+
+    Component {
+        id: finishedScreen
+
+        FinishedView {
+            focus: true
+            viewModel: root.viewModel
+        }
+    }
+
+    Column {
+        id: column
+
+        width: parent.width
+
+        Loader {
+            id: screenSlot
+
+            objectName: "screenSlot"
+            width: parent.width
+            height: item ? item.implicitHeight : 0
+            focus: true
+            sourceComponent: {
+                switch (root.screen) {
+                case ScreenSwitch.Login:
+                    return loginScreen
+                case ScreenSwitch.Setup:
+                    return setupScreen
+                case ScreenSwitch.Recording:
+                    return recordingScreen
+                case ScreenSwitch.Finished:
+                    return finishedScreen
+                }
+                return null
+            }
+        }
+
+        Rectangle {
+            objectName: "divider"
+            width: parent.width
+            height: 1
+            color: Theme.separatorColor
+        }
+
+        // Quits at once, even in the middle of a recording: nothing is asked and the session
+        // is not ended on the service.
+        Item {
+            width: parent.width
+            implicitHeight: quitButton.implicitHeight + 8
+
+            PlainButton {
+                id: quitButton
+
+                objectName: "quitButton"
+                x: 16
+                y: 4
+                width: parent.width - 32
+                implicitHeight: quitLabel.implicitHeight + 12
+                accessibleName: "Salir"
+                onActivated: root.quitRequested()
+
+                Text {
+                    id: quitLabel
+
+                    anchors.centerIn: parent
+                    text: "Salir"
+                    color: Theme.secondary
+                    font.pixelSize: 10
+                }
+            }
+        }
+    }
+}

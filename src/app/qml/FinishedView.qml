@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Quillmere.Live
+
+// The stopped session as the stop left it: counts, the originals still on their way, the
+// gallery link, and the way to the next session. There is no error line here.
+ScreenStack {
+    id: screen
+
+    required property SessionViewModel viewModel
+
+    readonly property var session: viewModel.session
+    readonly property double fullResUploaded: session.fullResUploaded
+    readonly property double fullResTotal: session.fullResTotal
+    readonly property var galleryURL: session.galleryURL
+    readonly property bool hasGalleryURL: galleryURL !== undefined && galleryURL !== null
+
+    objectName: "finishedView"
+
+    SessionHeader {
+        Layout.fillWidth: true
+        clientName: screen.session.clientName
+
+        StatusPill {
+            objectName: "finishedBadge"
+            tint: Theme.green
+            text: "✓ Terminada"
+        }
+    }
+
+    RowLayout {
+        Layout.alignment: Qt.AlignHCenter
+        Layout.topMargin: 8
+        Layout.bottomMargin: 8
+        spacing: 40
+
+        ColumnLayout {
+            Layout.alignment: Qt.AlignTop
+            spacing: 4
+
+            Counter {
+                objectName: "uploadedCount"
+                Layout.alignment: Qt.AlignHCenter
+                value: screen.session.uploadedCount
+                font.pixelSize: 56
+                font.weight: Font.ExtraBold
+                color: Theme.primary
+            }
+
+            Text {
+                Layout.alignment: Qt.AlignHCenter
+                text: "fotos"
+                color: Theme.secondary
+                font.pixelSize: 12
+                font.weight: Font.Medium
+            }
+        }
+
+        ColumnLayout {
+            Layout.alignment: Qt.AlignTop
+            spacing: 4
+
+            Counter {
+                objectName: "selectedCount"
+                Layout.alignment: Qt.AlignHCenter
+                value: screen.session.selectedCount
+                font.pixelSize: 56
+                font.weight: Font.ExtraBold
+                color: Theme.blue
+            }
+
+            Text {
+                Layout.alignment: Qt.AlignHCenter
+                text: "seleccionadas"
+                color: Theme.secondary
+                font.pixelSize: 12
+                font.weight: Font.Medium
+            }
+        }
+    }
+
+    // Only while some originals were still on their way when the session stopped.
+    Rectangle {
+        objectName: "originalsBox"
+        Layout.fillWidth: true
+        visible: screen.fullResTotal >= 1 && screen.fullResUploaded < screen.fullResTotal
+        implicitHeight: originals.implicitHeight + 2 * Theme.boxPadding
+        radius: Theme.fieldRadius
+        color: Theme.windowBackgroundColor
+
+        ColumnLayout {
+            id: originals
+
+            anchors.fill: parent
+            anchors.margins: Theme.boxPadding
+            spacing: 6
+
+            RowLayout {
+                Layout.fillWidth: true
+
+                Text {
+                    Layout.fillWidth: true
+                    text: "Subiendo originales"
+                    color: Theme.secondary
+                    font.pixelSize: 12
+                    font.weight: Font.Medium
+                }
+
+                Text {
+                    objectName: "originalsCount"
+                    text: screen.fullResUploaded.toFixed(0) + "/" + screen.fullResTotal.toFixed(0)
+                    color: Theme.primary
+                    font.pixelSize: 12
+                    font.weight: Font.DemiBold
+                }
+            }
+
+            ProgressBar {
+                id: bar
+
+                objectName: "originalsProgress"
+                Layout.fillWidth: true
+                from: 0
+                to: Math.max(1, screen.fullResTotal)
+                value: screen.fullResUploaded
+                padding: 0
+
+                Accessible.name: "Subiendo originales"
+
+                background: Rectangle {
+                    implicitHeight: 6
+                    radius: 3
+                    color: Theme.progressTrackColor
+                }
+
+                contentItem: Item {
+                    implicitHeight: 6
+
+                    Rectangle {
+                        objectName: "originalsFill"
+                        width: parent.width * bar.visualPosition
+                        height: parent.height
+                        radius: 3
+                        color: Theme.orange
+                    }
+                }
+            }
+        }
+    }
+
+    Rectangle {
+        objectName: "galleryBox"
+        Layout.fillWidth: true
+        visible: screen.hasGalleryURL
+        implicitHeight: gallery.implicitHeight + 2 * Theme.boxPadding
+        radius: Theme.linkBoxRadius
+        color: Theme.windowBackgroundColor
+
+        ColumnLayout {
+            id: gallery
+
+            anchors.fill: parent
+            anchors.margins: Theme.boxPadding
+            spacing: 4
+
+            Text {
+                text: "GALERÍA"
+                color: Theme.tertiaryLabelColor
+                font.pixelSize: 10
+                font.weight: Font.DemiBold
+                font.letterSpacing: 0.5
+            }
+
+            LinkText {
+                objectName: "galleryLink"
+                Layout.fillWidth: true
+                url: screen.hasGalleryURL ? screen.galleryURL : ""
+                wrapMode: Text.WrapAnywhere
+            }
+        }
+    }
+
+    ControlGroup {
+        Layout.alignment: Qt.AlignHCenter
+        caption: "Nueva Sesión"
+
+        PlainButton {
+            objectName: "newSessionButton"
+            anchors.centerIn: parent
+            width: 22
+            height: 22
+            accessibleName: "Nueva Sesión"
+            onActivated: screen.viewModel.newSession()
+
+            Glyph {
+                anchors.fill: parent
+                name: "arrow.counterclockwise"
+                color: Theme.primary
+            }
+        }
+    }
+}

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+import QtQuick
+import QtQuick.Window
+import Quillmere.Live
+
+// The panel under the tray icon (or, on a desktop without a tray, a small window of its own):
+// 340 wide, as high as its content. The application places, shows and hides it.
+Window {
+    id: panel
+
+    required property SessionViewModel viewModel
+
+    title: "Quillmere Live"
+    width: Theme.panelWidth
+    height: content.implicitHeight
+    minimumWidth: Theme.panelWidth
+    maximumWidth: Theme.panelWidth
+    minimumHeight: content.implicitHeight
+    maximumHeight: content.implicitHeight
+    color: Theme.controlBackgroundColor
+
+    ContentView {
+        id: content
+
+        objectName: "contentView"
+        width: parent.width
+        height: implicitHeight
+        focus: true
+        viewModel: panel.viewModel
+        onQuitRequested: Qt.quit()
+    }
+}

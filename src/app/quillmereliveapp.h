@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "sessionviewmodel.h"
+
+#include <QObject>
+
+#include <memory>
+
+class QQmlApplicationEngine;
+class QQuickWindow;
+class StatusItem;
+class TestTrace;
+class TrayPanel;
+
+// The application: one controller for the whole run, the tray icon and the panel that shows
+// the controller's screens. Where the desktop has no tray, the panel is a small window of its
+// own instead, and closing it ends the program.
+class QuillmereLiveApp : public QObject {
+    Q_OBJECT
+
+public:
+    explicit QuillmereLiveApp(QObject *parent = nullptr);
+    ~QuillmereLiveApp() override;
+
+    // Loads the panel and shows the icon (or the window). False when the panel cannot load.
+    bool start();
+
+    SessionViewModel &viewModel() { return m_viewModel; }
+
+private:
+    std::optional<QUrl> chooseFolder(const QString &prompt);
+
+    SessionViewModel m_viewModel;
+    std::unique_ptr<QQmlApplicationEngine> m_engine;
+    std::unique_ptr<TrayPanel> m_panel;
+    std::unique_ptr<StatusItem> m_statusItem;
+    std::unique_ptr<TestTrace> m_trace;
+};

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#include "statusitem.h"
+
+#include "sessionviewmodel.h"
+#include "statusicon.h"
+
+#include <QEvent>
+#include <QGuiApplication>
+#include <QPalette>
+
+namespace {
+bool isMacOS() { return QGuiApplication::platformName() == QLatin1String("cocoa"); }
+} // namespace
+
+StatusItem::StatusItem(SessionViewModel &viewModel, QObject *parent)
+    : QObject(parent)
+    , m_viewModel(viewModel)
+{
+    m_tray.setToolTip(QStringLiteral("Quillmere Live"));
+    connect(&viewModel, &SessionViewModel::stateChanged, this, [this] { refresh(false); });
+    connect(&m_tray, &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason == QSystemTrayIcon::Trigger)
+                    Q_EMIT clicked(m_tray.geometry());
+            });
+    // The camera is drawn in the desktop's text colour, which changes with its appearance.
+    QGuiApplication::instance()->installEventFilter(this);
+    refresh(true);
+    m_tray.show();
+}
+
+StatusItem::~StatusItem() = default;
+
+bool StatusItem::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == QGuiApplication::instance()
+        && event->type() == QEvent::ApplicationPaletteChange)
+        refresh(true);
+    return QObject::eventFilter(watched, event);
+}
+
+void StatusItem::refresh(bool force)
+{
+    const bool recording = m_viewModel.state() == AppState::recording;
+    if (!force && recording == m_showsRecording)
+        return;
+    m_showsRecording = recording;
+    const QColor ink = QGuiApplication::palette().color(QPalette::WindowText);
+    m_tray.setIcon(StatusIcon::icon(recording, ink, isMacOS()));
+}

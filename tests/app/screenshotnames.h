@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// Every state the screenshot program draws, each in both appearances: <state>-light.png and
+// <state>-dark.png.
+namespace ScreenshotNames {
+inline const QStringList states = {
+    QStringLiteral("login-empty"),
+    QStringLiteral("login-error"),
+    QStringLiteral("login-signing-in"),
+    QStringLiteral("setup-empty"),
+    QStringLiteral("setup-long-folder"),
+    QStringLiteral("setup-error"),
+    QStringLiteral("recording-live"),
+    QStringLiteral("recording-one-photo"),
+    QStringLiteral("recording-paused"),
+    QStringLiteral("recording-no-link"),
+    QStringLiteral("recording-five-digits"),
+    QStringLiteral("finished-originals-gallery"),
+    QStringLiteral("finished-originals-only"),
+    QStringLiteral("finished-gallery-only"),
+    QStringLiteral("finished-plain"),
+};
+inline const QStringList appearances = {QStringLiteral("light"), QStringLiteral("dark")};
+
+inline QString fileName(const QString &state, const QString &appearance)
+{
+    return state + QLatin1Char('-') + appearance + QStringLiteral(".png");
+}
+} // namespace ScreenshotNames

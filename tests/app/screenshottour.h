@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QDir>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
+
+class DevService;
+class PanelCamera;
+class QQmlApplicationEngine;
+class QQuickItem;
+class QQuickWindow;
+class SessionViewModel;
+
+// Walks the real controller, against devservice, through every state the screens know, and
+// has the camera take each one: sign-in, setup, a recording and its end.
+class ScreenshotTour {
+public:
+    ScreenshotTour(DevService &service, const QDir &output);
+    ~ScreenshotTour();
+
+    bool run();
+    QString errorString() const { return m_error; }
+    QStringList written() const;
+
+private:
+    bool load();
+    bool shoot(const QString &state);
+    bool fail(const QString &message);
+    bool waitUntil(const std::function<bool()> &condition, int milliseconds);
+    bool login();
+    bool setup();
+    bool recording();
+    bool finished();
+    void editSession(const std::function<void(class LiveSession &)> &edit);
+
+    DevService &m_service;
+    QDir m_output;
+    QTemporaryDir m_folders;
+    QString m_watchFolder;
+    std::unique_ptr<SessionViewModel> m_viewModel;
+    std::unique_ptr<QQmlApplicationEngine> m_engine;
+    QQuickWindow *m_window = nullptr;
+    std::unique_ptr<PanelCamera> m_camera;
+    QString m_error;
+};

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+// Runs the screenshot program and checks what it wrote: every state in both appearances, the
+// panel's width at the device pixel ratio it ran with, and real content in each picture.
+#include "screenshotnames.h"
+
+#include <QDir>
+#include <QImage>
+#include <QProcess>
+#include <QSet>
+#include <QTest>
+
+namespace {
+constexpr int scale = 2;
+
+// How many different colours a picture holds, counted on a grid of sample points.
+int sampledColours(const QImage &image)
+{
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 3)
+        for (int x = 0; x < image.width(); x += 3)
+            colours.insert(image.pixel(x, y));
+    return int(colours.size());
+}
+
+int brightness(QRgb pixel) { return qGray(pixel); }
+} // namespace
+
+class TestScreenshots : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void everyStateInBothAppearances_data();
+    void everyStateInBothAppearances();
+
+private:
+    QDir m_output{QStringLiteral(QUILLMERE_SCREENSHOT_DIR)};
+};
+
+void TestScreenshots::initTestCase()
+{
+    QVERIFY(QDir().mkpath(m_output.path()));
+    for (const QString &old : m_output.entryList({QStringLiteral("*.png")}, QDir::Files))
+        QVERIFY(m_output.remove(old));
+
+    QProcess program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    environment.insert(QStringLiteral("QT_SCALE_FACTOR"), QString::number(scale));
+    program.setProcessEnvironment(environment);
+    program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    program.start(QStringLiteral(QUILLMERE_SCREENSHOT_PROGRAM), {m_output.path()});
+    QVERIFY2(program.waitForFinished(240000), "the screenshot program did not finish");
+    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(program.exitCode(), 0);
+}
+
+void TestScreenshots::everyStateInBothAppearances_data()
+{
+    QTest::addColumn<QString>("state");
+    for (const QString &state : ScreenshotNames::states)
+        QTest::newRow(qPrintable(state)) << state;
+}
+
+void TestScreenshots::everyStateInBothAppearances()
+{
+    QFETCH(QString, state);
+    QList<int> backgrounds;
+    for (const QString &appearance : ScreenshotNames::appearances) {
+        const QString path = m_output.filePath(ScreenshotNames::fileName(state, appearance));
+        const QImage image(path);
+        QVERIFY2(!image.isNull(), qPrintable(path));
+        QCOMPARE(image.width(), 340 * scale);
+        // Above the quit row there is always a screen of some height.
+        QVERIFY2(image.height() > 150 * scale, qPrintable(path));
+        // Text, fields and controls, antialiased: far more than a few flat colours.
+        QVERIFY2(sampledColours(image) > 40, qPrintable(path));
+        backgrounds.append(brightness(image.pixel(2, 2)));
+    }
+    // The panel's own colour: light in the light appearance, dark in the dark one.
+    QVERIFY2(backgrounds.at(0) > 200, qPrintable(QString::number(backgrounds.at(0))));
+    QVERIFY2(backgrounds.at(1) < 60, qPrintable(QString::number(backgrounds.at(1))));
+}
+
+QTEST_GUILESS_MAIN(TestScreenshots)
+#include "tst_screenshots.moc"
