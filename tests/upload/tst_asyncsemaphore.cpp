@@ -102,8 +102,11 @@ QCoro::Task<> churn(SharedSemaphore semaphore, std::shared_ptr<Tally> tally, int
         while (inFlight > most && !tally->mostInFlight.compare_exchange_weak(most, inFlight)) {
         }
         ++tally->acquisitions;
-        if (round % 2 == 0)
-            co_await QCoro::sleepFor(0ms);
+        if (round % 2 == 0) {
+            // In a statement of its own: GCC 12 mishandles temporaries inside co_await.
+            QCoro::Task<> pause = QCoro::sleepFor(0ms);
+            co_await pause;
+        }
         --tally->inFlight;
         semaphore->signal();
     }

@@ -14,8 +14,7 @@
 #include <memory>
 
 #ifdef Q_OS_UNIX
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/time.h>
 #endif
 
 namespace {
@@ -39,9 +38,12 @@ bool setModified(const QString &path, const QDateTime &time)
 {
     if (QFileInfo(path).isDir()) {
 #ifdef Q_OS_UNIX
+        // Qt has no way to date a folder; access and modification time alike will do.
         const qint64 ms = time.toMSecsSinceEpoch();
-        const timespec times[2] = {{0, UTIME_OMIT}, {ms / 1000, (ms % 1000) * 1'000'000}};
-        return utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0) == 0;
+        const timeval when{static_cast<time_t>(ms / 1000),
+                           static_cast<suseconds_t>((ms % 1000) * 1000)};
+        const timeval times[2] = {when, when};
+        return utimes(QFile::encodeName(path).constData(), times) == 0;
 #else
         return false;
 #endif
