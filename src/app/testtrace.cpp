@@ -20,7 +20,6 @@ TestTrace::TestTrace(SessionViewModel &viewModel, QObject *parent)
             [this] { follow(m_viewModel.uploadManager()); });
     connect(qGuiApp, &QGuiApplication::focusObjectChanged, this, &TestTrace::reportFocus);
     m_screen.setViewModel(&viewModel);
-    say(QStringLiteral("screen ") + ScreenSwitch::name(m_screen.screen()));
     follow(viewModel.uploadManager());
 }
 

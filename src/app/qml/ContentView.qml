@@ -4,7 +4,7 @@ import Quillmere.Live
 
 // The panel's content: the screen the controller calls for, a divider, and the quit row. No
 // screen is kept: coming back to one builds it afresh from the controller.
-Rectangle {
+FocusScope {
     id: root
 
     required property SessionViewModel viewModel
@@ -17,7 +17,12 @@ Rectangle {
 
     implicitWidth: Theme.panelWidth
     implicitHeight: column.implicitHeight
-    color: Theme.controlBackgroundColor
+
+    Rectangle {
+        objectName: "panelBackground"
+        anchors.fill: parent
+        color: Theme.controlBackgroundColor
+    }
 
     ScreenSwitch {
         id: screenSwitch

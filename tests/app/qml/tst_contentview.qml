@@ -107,7 +107,7 @@ Item {
             compare(divider.height, 1)
             compare(divider.width, 340)
             compare(divider.y, findChild(content, "screenSlot").height)
-            compare(content.color, Theme.controlBackgroundColor)
+            compare(findChild(content, "panelBackground").color, Theme.controlBackgroundColor)
         }
 
         function test_quitRowSpansTheWidthAndQuitsAtOnce() {

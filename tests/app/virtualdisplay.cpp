@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#include "virtualdisplay.h"
+
+#include <QByteArray>
+#include <QStandardPaths>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
+
+VirtualDisplay::~VirtualDisplay()
+{
+    if (m_pid <= 0)
+        return;
+    ::kill(m_pid, SIGTERM);
+    int status = 0;
+    ::waitpid(m_pid, &status, 0);
+}
+
+bool VirtualDisplay::start(QSize screen)
+{
+    const QString server = QStandardPaths::findExecutable(QStringLiteral("Xvfb"));
+    if (server.isEmpty()) {
+        m_error = QStringLiteral("Xvfb is not installed");
+        return false;
+    }
+    int pipeEnds[2];
+    if (::pipe(pipeEnds) != 0) {
+        m_error = QStringLiteral("no pipe");
+        return false;
+    }
+    // Only the write end goes to the server, which prints its display number there.
+    ::fcntl(pipeEnds[0], F_SETFD, FD_CLOEXEC);
+
+    const QByteArray program = server.toLocal8Bit();
+    const QByteArray displayFd = QByteArray::number(pipeEnds[1]);
+    const QByteArray geometry =
+        QByteArray::number(screen.width()) + 'x' + QByteArray::number(screen.height()) + "x24";
+    QByteArrayList arguments = {program, "-displayfd", displayFd, "-screen", "0", geometry,
+                                "-nolisten", "tcp", "-noreset"};
+    std::vector<char *> argv;
+    for (QByteArray &argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+
+    const int spawned = ::posix_spawn(&m_pid, program.constData(), nullptr, nullptr, argv.data(),
+                                      environ);
+    ::close(pipeEnds[1]);
+    if (spawned != 0) {
+        ::close(pipeEnds[0]);
+        m_pid = -1;
+        m_error = QStringLiteral("cannot start Xvfb");
+        return false;
+    }
+
+    QByteArray number;
+    pollfd ready{pipeEnds[0], POLLIN, 0};
+    while (!number.endsWith('\n') && ::poll(&ready, 1, 10000) > 0) {
+        char chunk[16];
+        const ssize_t read = ::read(pipeEnds[0], chunk, sizeof chunk);
+        if (read <= 0)
+            break;
+        number.append(chunk, read);
+    }
+    ::close(pipeEnds[0]);
+    if (!number.endsWith('\n')) {
+        m_error = QStringLiteral("Xvfb did not say its display");
+        return false;
+    }
+    m_name = QLatin1Char(':') + QString::fromLatin1(number.trimmed());
+    return true;
+}
