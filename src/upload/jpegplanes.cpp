@@ -10,8 +10,8 @@ JpegPlanes::JpegPlanes(QSize size, int subsampling)
     for (int i = 0; i < planeCount(); ++i) {
         m_strides[std::size_t(i)] = tjPlaneWidth(i, size.width(), subsampling);
         m_paddedHeights[std::size_t(i)] = tjPlaneHeight(i, size.height(), subsampling);
-        m_planes[std::size_t(i)].resize(std::size_t(m_strides[std::size_t(i)]) *
-                                        std::size_t(m_paddedHeights[std::size_t(i)]));
+        m_planes[std::size_t(i)] = std::make_unique_for_overwrite<std::uint8_t[]>(
+            std::size_t(m_strides[std::size_t(i)]) * std::size_t(m_paddedHeights[std::size_t(i)]));
     }
 }
 

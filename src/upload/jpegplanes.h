@@ -4,7 +4,7 @@
 #include <QSize>
 #include <array>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 // A picture as a JPEG codec holds it: a luma plane and, unless it is grey, two chroma planes,
 // smaller by the subsampling. Handing these from decoder to resampler to encoder spares a
@@ -22,8 +22,8 @@ public:
     // The picture's own extent of plane i, without the padding.
     QSize planeSize(int plane) const;
     int stride(int plane) const { return m_strides[std::size_t(plane)]; }
-    std::uint8_t *data(int plane) { return m_planes[std::size_t(plane)].data(); }
-    const std::uint8_t *data(int plane) const { return m_planes[std::size_t(plane)].data(); }
+    std::uint8_t *data(int plane) { return m_planes[std::size_t(plane)].get(); }
+    const std::uint8_t *data(int plane) const { return m_planes[std::size_t(plane)].get(); }
     // How many luma pixels one sample of plane i spans across and down.
     int horizontalFactor(int plane) const;
     int verticalFactor(int plane) const;
@@ -35,7 +35,8 @@ public:
 private:
     QSize m_size;
     int m_subsampling = -1;
-    std::array<std::vector<std::uint8_t>, 3> m_planes;
+    // Not zero-filled: the decoder or the resampler writes every sample.
+    std::array<std::unique_ptr<std::uint8_t[]>, 3> m_planes;
     std::array<int, 3> m_strides{};
     std::array<int, 3> m_paddedHeights{};
 };

@@ -11,8 +11,9 @@
 
 namespace {
 
-// Qt refuses images over 256 MB by default, which a 100-megapixel photo passes as 32-bit
-// pixels and a 16-bit one passes by far; this still refuses absurd sizes from damaged headers.
+// Qt 6.4's readers refuse images over 128 MB by default, which a 36-megapixel photo passes as
+// 32-bit pixels and a 100-megapixel one by far; this still refuses absurd sizes from damaged
+// headers.
 constexpr int allocationLimitMegabytes = 2048;
 
 // A few hundred rows at a time through Qt's converters for the formats read less often; only
@@ -20,14 +21,15 @@ constexpr int allocationLimitMegabytes = 2048;
 constexpr int bandRows = 64;
 
 void pushBands(const QImage &image, PreviewRgbScaler &scaler) {
-    std::vector<std::uint8_t> rgb(std::size_t(image.width()) * 3);
+    const int width = image.width();
+    std::vector<std::uint8_t> rgb(std::size_t(width) * 3);
     for (int y = 0; y < image.height(); y += bandRows) {
         const int rows = std::min(bandRows, image.height() - y);
-        const QImage band = image.copy(0, y, image.width(), rows)
-                                .convertToFormat(QImage::Format_RGBA8888_Premultiplied);
+        const QImage band =
+            image.copy(0, y, width, rows).convertToFormat(QImage::Format_RGBA8888_Premultiplied);
         for (int r = 0; r < rows; ++r) {
             const std::uint8_t *in = band.constScanLine(r);
-            for (int x = 0; x < image.width(); ++x) {
+            for (int x = 0; x < width; ++x) {
                 rgb[std::size_t(x) * 3] = in[4 * x];
                 rgb[std::size_t(x) * 3 + 1] = in[4 * x + 1];
                 rgb[std::size_t(x) * 3 + 2] = in[4 * x + 2];
@@ -43,22 +45,25 @@ bool pushRows(const QImage &image, PreviewRgbScaler &scaler) {
     if (format != QImage::Format_RGB32 && format != QImage::Format_ARGB32_Premultiplied &&
         format != QImage::Format_RGB888 && format != QImage::Format_Grayscale8)
         return false;
-    std::vector<std::uint8_t> rgb(std::size_t(image.width()) * 3);
+    const int width = image.width();
+    std::vector<std::uint8_t> rgb(std::size_t(width) * 3);
     for (int y = 0; y < image.height(); ++y) {
         const std::uint8_t *row = image.constScanLine(y);
         if (format == QImage::Format_RGB888) {
             scaler.pushRow(row);
             continue;
         }
-        for (int x = 0; x < image.width(); ++x) {
-            std::uint8_t *out = rgb.data() + std::size_t(x) * 3;
-            if (format == QImage::Format_Grayscale8) {
+        std::uint8_t *out = rgb.data();
+        if (format == QImage::Format_Grayscale8) {
+            for (int x = 0; x < width; ++x, out += 3)
                 out[0] = out[1] = out[2] = row[x];
-            } else {
-                const QRgb pixel = reinterpret_cast<const QRgb *>(row)[x];
-                out[0] = std::uint8_t(qRed(pixel));
-                out[1] = std::uint8_t(qGreen(pixel));
-                out[2] = std::uint8_t(qBlue(pixel));
+        } else {
+            // Premultiplied already: the colour over black.
+            const auto *pixels = reinterpret_cast<const QRgb *>(row);
+            for (int x = 0; x < width; ++x, out += 3) {
+                out[0] = std::uint8_t(qRed(pixels[x]));
+                out[1] = std::uint8_t(qGreen(pixels[x]));
+                out[2] = std::uint8_t(qBlue(pixels[x]));
             }
         }
         scaler.pushRow(rgb.data());

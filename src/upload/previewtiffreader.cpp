@@ -30,7 +30,9 @@ TiffFile openQuietly(const QString &path) {
         return {};
     TIFFOpenOptionsSetErrorHandlerExtR(options, &swallowMessage, nullptr);
     TIFFOpenOptionsSetWarningHandlerExtR(options, &swallowMessage, nullptr);
-    TiffFile file(TIFFOpenExt(QFile::encodeName(path).constData(), "r", options));
+    // "m": read with read(), not a memory map, so a large file's pages are not all resident at
+    // once, and a file cut short while read fails instead of raising SIGBUS.
+    TiffFile file(TIFFOpenExt(QFile::encodeName(path).constData(), "rm", options));
     TIFFOpenOptionsFree(options);
     return file;
 }
@@ -81,6 +83,23 @@ struct StripLayout {
     // One row of samples to packed 8-bit RGB over black.
     template <typename Sample> void convert(const Sample *in, std::uint8_t *out, int width) const {
         constexpr unsigned maximum = sizeof(Sample) == 1 ? 255u : 65535u;
+        // The one rounding from the file's depth to 8 bits: round(v / 257), as a multiply and
+        // a shift that give exactly that for every 16-bit value (checked over all of them).
+        const auto byte = [](unsigned v) {
+            if constexpr (sizeof(Sample) == 1)
+                return std::uint8_t(v);
+            else
+                return std::uint8_t(((v + 128u) * 65281u) >> 24);
+        };
+        if (colours == 3 && alpha < 0 && !whiteIsZero) {
+            // Plain RGB, nearly every photo: a loop the compiler can vectorise.
+            for (int x = 0; x < width; ++x, in += samples, out += 3) {
+                out[0] = byte(in[0]);
+                out[1] = byte(in[1]);
+                out[2] = byte(in[2]);
+            }
+            return;
+        }
         for (int x = 0; x < width; ++x, in += samples, out += 3) {
             const unsigned a = alpha >= 0 ? in[alpha] : maximum;
             for (int c = 0; c < 3; ++c) {
@@ -88,12 +107,8 @@ struct StripLayout {
                 if (whiteIsZero)
                     v = maximum - v;
                 if (alpha >= 0 && !premultiplied)
-                    v = std::uint32_t((std::uint64_t(v) * a + maximum / 2) / maximum);
-                // One rounding from the file's depth to 8 bits.
-                if constexpr (sizeof(Sample) == 1)
-                    out[c] = std::uint8_t(v);
-                else
-                    out[c] = std::uint8_t((v * 255u + maximum / 2) / maximum);
+                    v = (v * a + maximum / 2) / maximum;
+                out[c] = byte(v);
             }
         }
     }

@@ -56,6 +56,19 @@ QByteArray PhotoFiles::encodeJpeg(const QImage &image, int quality, Chroma chrom
     return takeBuffer(buffer, size, ok);
 }
 
+QByteArray PhotoFiles::encodeCmykJpeg(QSize size, std::array<quint8, 4> cmyk, int quality) {
+    std::vector<unsigned char> pixels(std::size_t(size.width()) * std::size_t(size.height()) * 4);
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = cmyk[i % 4];
+    const Turbo handle(tjInitCompress());
+    unsigned char *buffer = nullptr;
+    unsigned long length = 0;
+    const bool ok =
+        tjCompress2(handle.get(), pixels.data(), size.width(), size.width() * 4, size.height(),
+                    TJPF_CMYK, &buffer, &length, TJSAMP_420, quality, 0) == 0;
+    return takeBuffer(buffer, length, ok);
+}
+
 QByteArray PhotoFiles::encodeGradientJpeg(QSize size, int quality) {
     std::array<std::vector<unsigned char>, 3> planes;
     std::array<int, 3> strides{};

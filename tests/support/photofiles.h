@@ -6,6 +6,7 @@
 #include <QList>
 #include <QSize>
 #include <QString>
+#include <array>
 
 // Writes and reads the photo files the preview tests and benchmarks use, with the codecs a
 // camera or an editor would use: TurboJPEG, libtiff, Qt's PNG writer.
@@ -16,6 +17,8 @@ public:
     // A baseline JPEG of an RGB888 image.
     static QByteArray encodeJpeg(const QImage &image, int quality,
                                  Chroma chroma = Chroma::Subsampled420);
+    // A YCCK JPEG of a flat CMYK colour, values as Adobe stores them (255 means no ink).
+    static QByteArray encodeCmykJpeg(QSize size, std::array<quint8, 4> cmyk, int quality);
     // A JPEG of a smooth gradient, built from planes so that even 100 megapixels need no RGB
     // copy in memory.
     static QByteArray encodeGradientJpeg(QSize size, int quality);

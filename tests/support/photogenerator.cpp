@@ -218,3 +218,16 @@ QImage PhotoGenerator::image16() const {
     }
     return image;
 }
+
+QImage PhotoGenerator::gradient(QSize size) {
+    QImage image(size, QImage::Format_RGB888);
+    for (int y = 0; y < size.height(); ++y) {
+        uchar *row = image.scanLine(y);
+        for (int x = 0; x < size.width(); ++x) {
+            row[x * 3] = uchar(x * 255 / size.width());
+            row[x * 3 + 1] = uchar(y * 255 / size.height());
+            row[x * 3 + 2] = uchar((x + y) & 0xFF);
+        }
+    }
+    return image;
+}

@@ -21,6 +21,9 @@ public:
     QImage image8() const;  // Format_RGB888
     QImage image16() const; // Format_RGBX64
 
+    // Cheap smooth content, for tests that look only at sizes.
+    static QImage gradient(QSize size);
+
 private:
     struct Disc {
         float x, y, radius, softness;

@@ -142,3 +142,28 @@ double PhotoReference::lumaCorrelation(const QImage &a, const QImage &b) {
         std::sqrt((saa / n - (sa / n) * (sa / n)) * (sbb / n - (sb / n) * (sb / n)));
     return spread > 0.0 ? covariance / spread : 0.0;
 }
+
+std::array<double, 3> PhotoReference::meanColour(const QImage &image, const QRect &area) {
+    const QImage rgb = image.convertToFormat(QImage::Format_RGB888);
+    std::array<double, 3> sum{};
+    for (int y = area.top(); y <= area.bottom(); ++y)
+        for (int x = area.left(); x <= area.right(); ++x)
+            for (int c = 0; c < 3; ++c)
+                sum[std::size_t(c)] += rgb.constScanLine(y)[x * 3 + c];
+    for (double &s : sum)
+        s /= double(area.width()) * area.height();
+    return sum;
+}
+
+double PhotoReference::lumaSpread(const QImage &image) {
+    const QImage grey = image.convertToFormat(QImage::Format_Grayscale8);
+    double sum = 0.0, squares = 0.0;
+    for (int y = 0; y < grey.height(); ++y)
+        for (int x = 0; x < grey.width(); ++x) {
+            const double v = grey.constScanLine(y)[x];
+            sum += v;
+            squares += v * v;
+        }
+    const double n = double(grey.width()) * grey.height();
+    return std::sqrt(squares / n - (sum / n) * (sum / n));
+}

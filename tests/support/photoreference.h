@@ -2,7 +2,9 @@
 #pragma once
 
 #include <QImage>
+#include <QRect>
 #include <QSize>
+#include <array>
 
 // The yardstick for preview quality: a full-size picture scaled with an exact separable
 // Lanczos-3 filter in double precision (no fixed point, no DCT-domain shortcut), and the PSNR
@@ -19,4 +21,8 @@ public:
     // Pearson correlation of the two images' luma, both scaled to a small common size: whether
     // two pictures show the same scene, whatever their tone curves.
     static double lumaCorrelation(const QImage &a, const QImage &b);
+    // Mean of each channel of an RGB888 image over a rectangle.
+    static std::array<double, 3> meanColour(const QImage &image, const QRect &area);
+    // Standard deviation of the luma: a photo has light and shade, a failed decode often not.
+    static double lumaSpread(const QImage &image);
 };

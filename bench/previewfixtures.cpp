@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+// preview_fixtures <folder>
+// Writes the photographs the preview benchmark runs on: camera-like JPEGs of 24 and 45 MP and
+// a portrait, the 24 MP picture as 16-bit TIFF and as PNG, and two 24 MP DNGs, one embedding
+// the same full-size JPEG (as modern cameras do) and one with only a thumbnail.
+#include "photofiles.h"
+#include "photogenerator.h"
+#include "rawdngwriter.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QImageWriter>
+#include <cstdio>
+
+namespace {
+
+// High quality with the detail of the generated scenes gives files of a camera's size.
+constexpr int cameraQuality = 97;
+
+bool report(const QString &path, bool ok) {
+    std::printf("%s %s\n", ok ? "wrote" : "FAILED", qPrintable(path));
+    return ok;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    QCoreApplication app(argc, argv);
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: preview_fixtures <folder>\n");
+        return 2;
+    }
+    const QDir folder(QString::fromLocal8Bit(argv[1]));
+    const auto at = [&](const char *name) { return folder.filePath(QString::fromLatin1(name)); };
+    bool ok = true;
+
+    const PhotoGenerator scene24({6000, 4000}, 24);
+    const QImage photo24 = scene24.image8();
+    const QByteArray jpeg24 = PhotoFiles::encodeJpeg(photo24, cameraQuality);
+    ok &= report(at("jpeg-24mp.jpg"), PhotoFiles::writeFile(at("jpeg-24mp.jpg"), jpeg24));
+    ok &= report(
+        at("jpeg-45mp.jpg"),
+        PhotoFiles::writeFile(
+            at("jpeg-45mp.jpg"),
+            PhotoFiles::encodeJpeg(PhotoGenerator({8256, 5504}, 45).image8(), cameraQuality)));
+    ok &= report(
+        at("jpeg-portrait-24mp.jpg"),
+        PhotoFiles::writeFile(
+            at("jpeg-portrait-24mp.jpg"),
+            PhotoFiles::encodeJpeg(PhotoGenerator({4000, 6000}, 46).image8(), cameraQuality)));
+    ok &= report(at("tiff16-24mp.tif"),
+                 PhotoFiles::writeTiff(at("tiff16-24mp.tif"), {scene24.image16()}, 16));
+    QImageWriter png(at("png-24mp.png"), "png");
+    ok &= report(at("png-24mp.png"), png.write(photo24));
+    ok &= report(at("dng-jpeg-24mp.dng"), RawDngWriter::write(at("dng-jpeg-24mp.dng"), photo24,
+                                                              photo24.scaled(256, 171), jpeg24));
+    ok &= report(at("dng-bayer-24mp.dng"),
+                 RawDngWriter::write(at("dng-bayer-24mp.dng"), photo24, photo24.scaled(256, 171)));
+    return ok ? 0 : 1;
+}
