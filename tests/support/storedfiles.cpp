@@ -13,6 +13,8 @@ QStringList StoredFiles::presignedNames() const
 
 QStringList StoredFiles::uploadedKeys() const
 {
+    if (m_uploadedKeys)
+        return *m_uploadedKeys;
     // The key travels as one of the presigned form fields of each upload.
     static const QByteArray marker = "name=\"key\"\r\n\r\n";
     QStringList keys;
@@ -23,6 +25,7 @@ QStringList StoredFiles::uploadedKeys() const
         const qsizetype start = at + marker.size();
         keys << QString::fromUtf8(upload.body.mid(start, upload.body.indexOf("\r\n", start) - start));
     }
+    m_uploadedKeys = keys;
     return keys;
 }
 

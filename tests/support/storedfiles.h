@@ -20,11 +20,13 @@ public:
 
     // The names the service was asked to authorise, in order.
     QStringList presignedNames() const;
-    // Object keys of every upload the store received, in order (failed ones included).
+    // Object keys of every upload the store received, in order (failed ones included), as
+    // they stood at the first call: one object of this class is one look at the store.
     QStringList uploadedKeys() const;
     // The bytes stored for the file presigned under exactly this name, if any.
     std::optional<QByteArray> objectNamed(const QString &fileName) const;
 
 private:
     DevService &m_service;
+    mutable std::optional<QStringList> m_uploadedKeys;
 };
