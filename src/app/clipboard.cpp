@@ -5,15 +5,14 @@
 #include <QGuiApplication>
 
 Clipboard::Clipboard(QObject *parent)
-    : QObject(parent)
-{
-}
+    : QObject(parent) {}
 
-void Clipboard::setText(const QString &text)
-{
+void Clipboard::setText(const QString &text) {
     QClipboard *clipboard = QGuiApplication::clipboard();
     clipboard->clear();
     clipboard->setText(text);
 }
 
-QString Clipboard::text() const { return QGuiApplication::clipboard()->text(); }
+QString Clipboard::text() const {
+    return QGuiApplication::clipboard()->text();
+}

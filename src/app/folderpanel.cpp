@@ -3,16 +3,14 @@
 
 #include <QFileDialog>
 
-std::optional<QUrl> FolderPanel::testAnswer()
-{
+std::optional<QUrl> FolderPanel::testAnswer() {
     const QString folder = qEnvironmentVariable("QUILLMERE_TEST_FOLDER");
     if (folder.isEmpty())
         return std::nullopt;
     return QUrl::fromLocalFile(folder);
 }
 
-std::optional<QUrl> FolderPanel::ask(const QString &prompt)
-{
+std::optional<QUrl> FolderPanel::ask(const QString &prompt) {
     if (std::optional<QUrl> answer = testAnswer())
         return answer;
     const QString folder = QFileDialog::getExistingDirectory(

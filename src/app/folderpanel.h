@@ -3,7 +3,6 @@
 
 #include <QString>
 #include <QUrl>
-
 #include <optional>
 
 // The modal folder chooser the controller asks when the photographer picks the watch folder.

@@ -5,16 +5,12 @@
 
 #include <QPainter>
 #include <QQuickWindow>
-
 #include <cmath>
 
 Glyph::Glyph(QQuickItem *parent)
-    : QQuickPaintedItem(parent)
-{
-}
+    : QQuickPaintedItem(parent) {}
 
-void Glyph::setName(const QString &name)
-{
+void Glyph::setName(const QString &name) {
     if (m_name == name)
         return;
     m_name = name;
@@ -22,8 +18,7 @@ void Glyph::setName(const QString &name)
     update();
 }
 
-void Glyph::setColor(const QColor &color)
-{
+void Glyph::setColor(const QColor &color) {
     if (m_color == color)
         return;
     m_color = color;
@@ -31,8 +26,7 @@ void Glyph::setColor(const QColor &color)
     update();
 }
 
-void Glyph::paint(QPainter *painter)
-{
+void Glyph::paint(QPainter *painter) {
     const qreal ratio = window() ? window()->effectiveDevicePixelRatio() : 1.0;
     const QSize pixels(int(std::ceil(width() * ratio)), int(std::ceil(height() * ratio)));
     QImage image = GlyphImage::render(m_name, pixels, m_color);
@@ -42,8 +36,7 @@ void Glyph::paint(QPainter *painter)
     painter->drawImage(QPointF(0, 0), image);
 }
 
-void Glyph::itemChange(ItemChange change, const ItemChangeData &data)
-{
+void Glyph::itemChange(ItemChange change, const ItemChangeData &data) {
     if (change == ItemDevicePixelRatioHasChanged)
         update();
     QQuickPaintedItem::itemChange(change, data);

@@ -5,15 +5,15 @@
 #include <QPainter>
 #include <QSvgRenderer>
 
-QString GlyphImage::resourcePath(const QString &name)
-{
+QString GlyphImage::resourcePath(const QString &name) {
     return QStringLiteral(":/qt/qml/Quillmere/Live/icons/%1.svg").arg(name);
 }
 
-bool GlyphImage::exists(const QString &name) { return QFile::exists(resourcePath(name)); }
+bool GlyphImage::exists(const QString &name) {
+    return QFile::exists(resourcePath(name));
+}
 
-QImage GlyphImage::render(const QString &name, const QSize &pixelSize, const QColor &color)
-{
+QImage GlyphImage::render(const QString &name, const QSize &pixelSize, const QColor &color) {
     if (pixelSize.isEmpty())
         return {};
     QSvgRenderer renderer(resourcePath(name));

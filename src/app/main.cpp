@@ -3,8 +3,7 @@
 
 #include <QApplication>
 
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     QApplication application(argc, argv);
     QuillmereLiveApp live;
     if (!live.start())

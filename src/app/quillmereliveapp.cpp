@@ -16,20 +16,18 @@
 Q_IMPORT_QML_PLUGIN(Quillmere_LivePlugin)
 
 QuillmereLiveApp::QuillmereLiveApp(QObject *parent)
-    : QObject(parent)
-{
-    m_viewModel.setFolderChooser(
-        [this](const QString &prompt) { return chooseFolder(prompt); });
+    : QObject(parent) {
+    m_viewModel.setFolderChooser([this](const QString &prompt) { return chooseFolder(prompt); });
 }
 
 QuillmereLiveApp::~QuillmereLiveApp() = default;
 
-bool QuillmereLiveApp::start()
-{
+bool QuillmereLiveApp::start() {
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Quillmere Live"));
 
     m_engine = std::make_unique<QQmlApplicationEngine>();
-    m_engine->setInitialProperties({{QStringLiteral("viewModel"), QVariant::fromValue(&m_viewModel)}});
+    m_engine->setInitialProperties(
+        {{QStringLiteral("viewModel"), QVariant::fromValue(&m_viewModel)}});
     m_engine->load(QUrl(QStringLiteral("qrc:/qt/qml/Quillmere/Live/PanelWindow.qml")));
     const QList<QObject *> roots = m_engine->rootObjects();
     auto *window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first());
@@ -52,8 +50,7 @@ bool QuillmereLiveApp::start()
     return true;
 }
 
-std::optional<QUrl> QuillmereLiveApp::chooseFolder(const QString &prompt)
-{
+std::optional<QUrl> QuillmereLiveApp::chooseFolder(const QString &prompt) {
     if (!m_panel)
         return FolderPanel::ask(prompt);
     m_panel->setHeld(true);

@@ -4,7 +4,6 @@
 #include "sessionviewmodel.h"
 
 #include <QObject>
-
 #include <memory>
 
 class QQmlApplicationEngine;

@@ -7,13 +7,10 @@
 #include <QMetaProperty>
 
 ScreenSwitch::ScreenSwitch(QObject *parent)
-    : QObject(parent)
-{
-}
+    : QObject(parent) {}
 
 ScreenSwitch::Screen ScreenSwitch::choose(bool hasStoredToken, AppState state,
-                                          bool hasUploadManager)
-{
+                                          bool hasUploadManager) {
     if (!hasStoredToken)
         return Screen::Login;
     switch (state) {
@@ -27,19 +24,16 @@ ScreenSwitch::Screen ScreenSwitch::choose(bool hasStoredToken, AppState state,
     return Screen::None;
 }
 
-ScreenSwitch::Screen ScreenSwitch::current(const SessionViewModel &viewModel)
-{
+ScreenSwitch::Screen ScreenSwitch::current(const SessionViewModel &viewModel) {
     return choose(viewModel.hasStoredToken(), viewModel.state(),
                   viewModel.uploadManager() != nullptr);
 }
 
-QString ScreenSwitch::name(Screen screen)
-{
+QString ScreenSwitch::name(Screen screen) {
     return QString::fromLatin1(QMetaEnum::fromType<Screen>().valueToKey(int(screen))).toLower();
 }
 
-void ScreenSwitch::setViewModel(SessionViewModel *viewModel)
-{
+void ScreenSwitch::setViewModel(SessionViewModel *viewModel) {
     if (m_viewModel == viewModel)
         return;
     for (const QMetaObject::Connection &connection : std::as_const(m_changes))
@@ -63,8 +57,7 @@ void ScreenSwitch::setViewModel(SessionViewModel *viewModel)
     refresh();
 }
 
-void ScreenSwitch::refresh()
-{
+void ScreenSwitch::refresh() {
     const Screen screen = m_viewModel ? current(*m_viewModel) : Screen::None;
     if (screen == m_screen)
         return;

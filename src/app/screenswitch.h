@@ -16,7 +16,8 @@ Q_MOC_INCLUDE("sessionviewmodel.h")
 class ScreenSwitch : public QObject {
     Q_OBJECT
     QML_ELEMENT
-    Q_PROPERTY(SessionViewModel *viewModel READ viewModel WRITE setViewModel NOTIFY viewModelChanged)
+    Q_PROPERTY(
+        SessionViewModel *viewModel READ viewModel WRITE setViewModel NOTIFY viewModelChanged)
     Q_PROPERTY(Screen screen READ screen NOTIFY screenChanged)
 
 public:

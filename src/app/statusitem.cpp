@@ -9,13 +9,14 @@
 #include <QPalette>
 
 namespace {
-bool isMacOS() { return QGuiApplication::platformName() == QLatin1String("cocoa"); }
+bool isMacOS() {
+    return QGuiApplication::platformName() == QLatin1String("cocoa");
+}
 } // namespace
 
 StatusItem::StatusItem(SessionViewModel &viewModel, QObject *parent)
     : QObject(parent)
-    , m_viewModel(viewModel)
-{
+    , m_viewModel(viewModel) {
     m_tray.setToolTip(QStringLiteral("Quillmere Live"));
     connect(&viewModel, &SessionViewModel::stateChanged, this, [this] { refresh(false); });
     connect(&m_tray, &QSystemTrayIcon::activated, this,
@@ -31,16 +32,13 @@ StatusItem::StatusItem(SessionViewModel &viewModel, QObject *parent)
 
 StatusItem::~StatusItem() = default;
 
-bool StatusItem::eventFilter(QObject *watched, QEvent *event)
-{
-    if (watched == QGuiApplication::instance()
-        && event->type() == QEvent::ApplicationPaletteChange)
+bool StatusItem::eventFilter(QObject *watched, QEvent *event) {
+    if (watched == QGuiApplication::instance() && event->type() == QEvent::ApplicationPaletteChange)
         refresh(true);
     return QObject::eventFilter(watched, event);
 }
 
-void StatusItem::refresh(bool force)
-{
+void StatusItem::refresh(bool force) {
     const bool recording = m_viewModel.state() == AppState::recording;
     if (!force && recording == m_showsRecording)
         return;

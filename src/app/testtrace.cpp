@@ -5,15 +5,15 @@
 #include "uploadmanager.h"
 
 #include <QGuiApplication>
-
 #include <cstdio>
 
-bool TestTrace::enabled() { return !qEnvironmentVariableIsEmpty("QUILLMERE_TEST_TRACE"); }
+bool TestTrace::enabled() {
+    return !qEnvironmentVariableIsEmpty("QUILLMERE_TEST_TRACE");
+}
 
 TestTrace::TestTrace(SessionViewModel &viewModel, QObject *parent)
     : QObject(parent)
-    , m_viewModel(viewModel)
-{
+    , m_viewModel(viewModel) {
     connect(&m_screen, &ScreenSwitch::screenChanged, this,
             [this] { say(QStringLiteral("screen ") + ScreenSwitch::name(m_screen.screen())); });
     connect(&viewModel, &SessionViewModel::uploadManagerChanged, this,
@@ -25,14 +25,12 @@ TestTrace::TestTrace(SessionViewModel &viewModel, QObject *parent)
 
 TestTrace::~TestTrace() = default;
 
-void TestTrace::say(const QString &line)
-{
+void TestTrace::say(const QString &line) {
     std::fputs(qPrintable(line + QLatin1Char('\n')), stdout);
     std::fflush(stdout);
 }
 
-void TestTrace::follow(UploadManager *manager)
-{
+void TestTrace::follow(UploadManager *manager) {
     disconnect(m_counter);
     m_manager = manager;
     m_lastCount = -1;
@@ -49,8 +47,7 @@ void TestTrace::follow(UploadManager *manager)
     count();
 }
 
-void TestTrace::reportFocus(QObject *focused)
-{
+void TestTrace::reportFocus(QObject *focused) {
     // The screens' controls carry the name a screen reader reads in `accessibleName`.
     const QString name = focused ? focused->property("accessibleName").toString() : QString();
     say(QStringLiteral("focus ") + name);

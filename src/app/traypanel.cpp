@@ -14,16 +14,19 @@ namespace {
 // only then reaches the icon; a toggle this soon after is that same click.
 constexpr qint64 sameClickMs = 400;
 
-bool isWayland() { return QGuiApplication::platformName().startsWith(QLatin1String("wayland")); }
-bool isMacOS() { return QGuiApplication::platformName() == QLatin1String("cocoa"); }
+bool isWayland() {
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
+bool isMacOS() {
+    return QGuiApplication::platformName() == QLatin1String("cocoa");
+}
 
 } // namespace
 
 TrayPanel::TrayPanel(QQuickWindow *window, Mode mode, QObject *parent)
     : QObject(parent)
     , m_window(window)
-    , m_mode(mode)
-{
+    , m_mode(mode) {
     applyWindowFlags();
     connect(window, &QWindow::activeChanged, this, &TrayPanel::handleActiveChanged);
     // The height follows the screen shown; a panel standing above a bottom bar must grow
@@ -36,13 +39,14 @@ TrayPanel::TrayPanel(QQuickWindow *window, Mode mode, QObject *parent)
 
 TrayPanel::~TrayPanel() = default;
 
-bool TrayPanel::isShown() const { return m_window && m_window->isVisible(); }
+bool TrayPanel::isShown() const {
+    return m_window && m_window->isVisible();
+}
 
-void TrayPanel::applyWindowFlags()
-{
+void TrayPanel::applyWindowFlags() {
     if (m_mode == Mode::standalone) {
-        m_window->setFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint
-                           | Qt::WindowMinimizeButtonHint);
+        m_window->setFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint |
+                           Qt::WindowMinimizeButtonHint);
         return;
     }
     // A tool window: no taskbar entry, no frame. On macOS it must also float above ordinary
@@ -53,8 +57,7 @@ void TrayPanel::applyWindowFlags()
     m_window->setFlags(flags);
 }
 
-void TrayPanel::toggle(const QRect &iconGeometry)
-{
+void TrayPanel::toggle(const QRect &iconGeometry) {
     if (isShown()) {
         hide();
         return;
@@ -64,8 +67,7 @@ void TrayPanel::toggle(const QRect &iconGeometry)
     showUnder(iconGeometry);
 }
 
-void TrayPanel::showUnder(const QRect &iconGeometry)
-{
+void TrayPanel::showUnder(const QRect &iconGeometry) {
     m_anchor = PanelPlacement::anchor(iconGeometry, QCursor::pos());
     place();
     m_window->show();
@@ -73,28 +75,24 @@ void TrayPanel::showUnder(const QRect &iconGeometry)
     m_window->requestActivate();
 }
 
-void TrayPanel::showStandalone()
-{
+void TrayPanel::showStandalone() {
     m_window->show();
     m_window->raise();
     m_window->requestActivate();
 }
 
-void TrayPanel::hide()
-{
+void TrayPanel::hide() {
     if (m_window)
         m_window->hide();
 }
 
-void TrayPanel::setHeld(bool held)
-{
+void TrayPanel::setHeld(bool held) {
     m_held = held;
     if (!held && isShown())
         m_window->requestActivate();
 }
 
-void TrayPanel::place()
-{
+void TrayPanel::place() {
     // Wayland compositors place client windows themselves and ignore positions.
     QQuickWindow *window = m_window.data();
     if (!window || isWayland())
@@ -108,10 +106,9 @@ void TrayPanel::place()
         PanelPlacement::position(m_anchor, screen->availableGeometry(), window->size()));
 }
 
-void TrayPanel::handleActiveChanged()
-{
-    if (m_mode != Mode::underTrayIcon || m_held || !m_window || m_window->isActive()
-        || !m_window->isVisible())
+void TrayPanel::handleActiveChanged() {
+    if (m_mode != Mode::underTrayIcon || m_held || !m_window || m_window->isActive() ||
+        !m_window->isVisible())
         return;
     m_sinceFocusLoss.start();
     m_window->hide();

@@ -14,24 +14,19 @@
 PanelCamera::PanelCamera(QQuickWindow &window, Theme &theme, const QDir &output)
     : m_window(window)
     , m_theme(theme)
-    , m_output(output)
-{
-}
+    , m_output(output) {}
 
-void PanelCamera::settle(int milliseconds)
-{
+void PanelCamera::settle(int milliseconds) {
     QEventLoop loop;
     QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
     loop.exec();
 }
 
-QQuickItem *PanelCamera::find(const char *objectName) const
-{
+QQuickItem *PanelCamera::find(const char *objectName) const {
     return m_window.findChild<QQuickItem *>(QLatin1String(objectName));
 }
 
-void PanelCamera::waitForSteadyBadge()
-{
+void PanelCamera::waitForSteadyBadge() {
     QElapsedTimer waited;
     waited.start();
     while (waited.elapsed() < 3000) {
@@ -44,8 +39,7 @@ void PanelCamera::waitForSteadyBadge()
     }
 }
 
-bool PanelCamera::shoot(const QString &state)
-{
+bool PanelCamera::shoot(const QString &state) {
     const Theme::Appearance before = m_theme.appearance();
     bool ok = true;
     for (const QString &appearance : ScreenshotNames::appearances) {

@@ -22,8 +22,7 @@ ScreenHarness::ScreenHarness(DevService &service, ScopedPreferences &preferences
     : QObject(parent)
     , m_service(service)
     , m_preferences(preferences)
-    , m_viewModel(std::make_unique<SessionViewModel>())
-{
+    , m_viewModel(std::make_unique<SessionViewModel>()) {
     m_viewModel->setFolderChooser([this](const QString &) -> std::optional<QUrl> {
         ++m_folderPanelShown;
         if (!m_folderAnswer || m_folderAnswer->isEmpty())
@@ -34,8 +33,7 @@ ScreenHarness::ScreenHarness(DevService &service, ScopedPreferences &preferences
 
 ScreenHarness::~ScreenHarness() = default;
 
-bool ScreenHarness::reset()
-{
+bool ScreenHarness::reset() {
     if (m_viewModel->state() == AppState::recording)
         QCoro::waitFor(m_viewModel->stopSessionTask());
     m_viewModel->newSession();
@@ -47,49 +45,48 @@ bool ScreenHarness::reset()
     return m_service.clearFaults();
 }
 
-QString ScreenHarness::stateName() const
-{
+QString ScreenHarness::stateName() const {
     return QString::fromLatin1(
         QMetaEnum::fromType<AppState>().valueToKey(int(m_viewModel->state())));
 }
 
-bool ScreenHarness::signIn()
-{
+bool ScreenHarness::signIn() {
     m_viewModel->setEmail(DevService::demoEmail());
     m_viewModel->setPassword(DevService::demoPassword());
     QCoro::waitFor(m_viewModel->loginTask());
     return m_viewModel->hasStoredToken() && !m_viewModel->error();
 }
 
-void ScreenHarness::forgetToken() { m_preferences.remove(Preferences::apiTokenKey); }
-bool ScreenHarness::hasStoredToken() const { return m_viewModel->hasStoredToken(); }
+void ScreenHarness::forgetToken() {
+    m_preferences.remove(Preferences::apiTokenKey);
+}
+bool ScreenHarness::hasStoredToken() const {
+    return m_viewModel->hasStoredToken();
+}
 
-bool ScreenHarness::delaySignIn(int milliseconds)
-{
+bool ScreenHarness::delaySignIn(int milliseconds) {
     return m_service.injectFault(
         DevService::Fault::withDelay(QStringLiteral("authenticate"), milliseconds));
 }
 
-int ScreenHarness::requestCount(const QString &endpoint)
-{
+int ScreenHarness::requestCount(const QString &endpoint) {
     return int(m_service.requests(endpoint).size());
 }
 
-bool ScreenHarness::refuseNext(const QString &endpoint, int status)
-{
+bool ScreenHarness::refuseNext(const QString &endpoint, int status) {
     return m_service.injectFault(DevService::Fault::withStatus(endpoint, status));
 }
 
-QString ScreenHarness::makeFolder(const QString &relativePath)
-{
+QString ScreenHarness::makeFolder(const QString &relativePath) {
     const QString path = m_folders.filePath(relativePath);
     return QDir().mkpath(path) ? path : QString();
 }
 
-void ScreenHarness::answerFolderPanel(const QString &path) { m_folderAnswer = path; }
+void ScreenHarness::answerFolderPanel(const QString &path) {
+    m_folderAnswer = path;
+}
 
-bool ScreenHarness::startRecording(const QString &clientName)
-{
+bool ScreenHarness::startRecording(const QString &clientName) {
     if (!hasStoredToken() && !signIn())
         return false;
     m_watchFolder = makeFolder(QStringLiteral("session-%1").arg(m_folderPanelShown + 1));
@@ -100,14 +97,12 @@ bool ScreenHarness::startRecording(const QString &clientName)
     return m_viewModel->state() == AppState::recording;
 }
 
-bool ScreenHarness::stopRecording()
-{
+bool ScreenHarness::stopRecording() {
     QCoro::waitFor(m_viewModel->stopSessionTask());
     return m_viewModel->state() == AppState::finished;
 }
 
-bool ScreenHarness::dropPhoto(const QString &fileName)
-{
+bool ScreenHarness::dropPhoto(const QString &fileName) {
     if (m_watchFolder.isEmpty())
         return false;
     QImage photo(1024, 683, QImage::Format_RGB32);
@@ -117,8 +112,7 @@ bool ScreenHarness::dropPhoto(const QString &fileName)
     return file.open(QIODevice::WriteOnly) && photo.save(&file, "JPEG", 85) && file.commit();
 }
 
-void ScreenHarness::editSession(const QVariantMap &changes)
-{
+void ScreenHarness::editSession(const QVariantMap &changes) {
     LiveSession session = m_viewModel->session();
     const auto text = [&changes](const QString &key) -> std::optional<QString> {
         const QVariant value = changes.value(key);
@@ -146,15 +140,15 @@ void ScreenHarness::editSession(const QVariantMap &changes)
     m_viewModel->setSession(session);
 }
 
-bool ScreenHarness::pressAccessibly(QQuickItem *item) const
-{
+bool ScreenHarness::pressAccessibly(QQuickItem *item) const {
     QAccessibleInterface *accessible = item ? QAccessible::queryAccessibleInterface(item) : nullptr;
     QAccessibleActionInterface *actions = accessible ? accessible->actionInterface() : nullptr;
-    if (!actions
-        || !actions->actionNames().contains(QAccessibleActionInterface::pressAction()))
+    if (!actions || !actions->actionNames().contains(QAccessibleActionInterface::pressAction()))
         return false;
     actions->doAction(QAccessibleActionInterface::pressAction());
     return true;
 }
 
-QString ScreenHarness::clipboardText() const { return QGuiApplication::clipboard()->text(); }
+QString ScreenHarness::clipboardText() const {
+    return QGuiApplication::clipboard()->text();
+}

@@ -5,7 +5,6 @@
 #include <QString>
 #include <QTemporaryDir>
 #include <QVariantMap>
-
 #include <memory>
 #include <optional>
 

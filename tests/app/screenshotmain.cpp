@@ -2,20 +2,18 @@
 // Draws every screen in every state worth seeing, light and dark, to PNG files in the folder
 // given on the command line (else the build folder's "screenshots").
 #include "devservicefixture.h"
-#include "screenshottour.h"
 #include "scopedpreferences.h"
+#include "screenshottour.h"
 
 #include <QDir>
 #include <QGuiApplication>
 #include <QQuickWindow>
 #include <QtQml/QQmlExtensionPlugin>
-
 #include <cstdio>
 
 Q_IMPORT_QML_PLUGIN(Quillmere_LivePlugin)
 
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     // Pictures without a GPU: the software renderer draws the same on every machine.

@@ -26,8 +26,7 @@ inline const QStringList states = {
 };
 inline const QStringList appearances = {QStringLiteral("light"), QStringLiteral("dark")};
 
-inline QString fileName(const QString &state, const QString &appearance)
-{
+inline QString fileName(const QString &state, const QString &appearance) {
     return state + QLatin1Char('-') + appearance + QStringLiteral(".png");
 }
 } // namespace ScreenshotNames

@@ -25,28 +25,25 @@ const QString nestedFolder = QStringLiteral(
 
 ScreenshotTour::ScreenshotTour(DevService &service, const QDir &output)
     : m_service(service)
-    , m_output(output)
-{
-}
+    , m_output(output) {}
 
-ScreenshotTour::~ScreenshotTour()
-{
+ScreenshotTour::~ScreenshotTour() {
     // The screens hold the controller: they go first.
     m_camera.reset();
     m_engine.reset();
 }
 
-QStringList ScreenshotTour::written() const { return m_camera ? m_camera->written() : QStringList(); }
+QStringList ScreenshotTour::written() const {
+    return m_camera ? m_camera->written() : QStringList();
+}
 
-bool ScreenshotTour::fail(const QString &message)
-{
+bool ScreenshotTour::fail(const QString &message) {
     if (m_error.isEmpty())
         m_error = message;
     return false;
 }
 
-bool ScreenshotTour::waitUntil(const std::function<bool()> &condition, int milliseconds)
-{
+bool ScreenshotTour::waitUntil(const std::function<bool()> &condition, int milliseconds) {
     QElapsedTimer waited;
     waited.start();
     while (!condition()) {
@@ -57,20 +54,17 @@ bool ScreenshotTour::waitUntil(const std::function<bool()> &condition, int milli
     return true;
 }
 
-bool ScreenshotTour::shoot(const QString &state)
-{
+bool ScreenshotTour::shoot(const QString &state) {
     return m_camera->shoot(state) || fail(m_camera->errorString());
 }
 
-void ScreenshotTour::editSession(const std::function<void(LiveSession &)> &edit)
-{
+void ScreenshotTour::editSession(const std::function<void(LiveSession &)> &edit) {
     LiveSession session = m_viewModel->session();
     edit(session);
     m_viewModel->setSession(session);
 }
 
-bool ScreenshotTour::load()
-{
+bool ScreenshotTour::load() {
     if (!m_folders.isValid())
         return fail(QStringLiteral("no temporary folder"));
     m_watchFolder = m_folders.filePath(nestedFolder);
@@ -96,8 +90,7 @@ bool ScreenshotTour::load()
     return true;
 }
 
-bool ScreenshotTour::login()
-{
+bool ScreenshotTour::login() {
     if (!shoot(QStringLiteral("login-empty")))
         return false;
 
@@ -116,14 +109,13 @@ bool ScreenshotTour::login()
     m_viewModel->login();
     if (!m_viewModel->isAuthenticating() || !shoot(QStringLiteral("login-signing-in")))
         return fail(QStringLiteral("no sign-in under way to draw"));
-    if (!waitUntil([this] { return !m_viewModel->isAuthenticating(); }, 10000)
-        || !m_viewModel->hasStoredToken())
+    if (!waitUntil([this] { return !m_viewModel->isAuthenticating(); }, 10000) ||
+        !m_viewModel->hasStoredToken())
         return fail(QStringLiteral("the demo account did not sign in"));
     return true;
 }
 
-bool ScreenshotTour::setup()
-{
+bool ScreenshotTour::setup() {
     if (!shoot(QStringLiteral("setup-empty")))
         return false;
     m_viewModel->setClientName(clientName);
@@ -144,8 +136,7 @@ bool ScreenshotTour::setup()
     return true;
 }
 
-bool ScreenshotTour::recording()
-{
+bool ScreenshotTour::recording() {
     if (!shoot(QStringLiteral("recording-live")))
         return false;
 
@@ -172,8 +163,7 @@ bool ScreenshotTour::recording()
 
     // No session uploads ten thousand photos for a picture: a stand-in counts for the screen.
     QQmlComponent standInType(m_engine.get());
-    standInType.setData("import QtQml\nQtObject { property double uploadedCount: 12345 }",
-                        QUrl());
+    standInType.setData("import QtQml\nQtObject { property double uploadedCount: 12345 }", QUrl());
     std::unique_ptr<QObject> standIn(standInType.create());
     auto *content = m_window->findChild<QQuickItem *>(QStringLiteral("contentView"));
     if (!standIn || !content)
@@ -184,8 +174,7 @@ bool ScreenshotTour::recording()
     return shot;
 }
 
-bool ScreenshotTour::finished()
-{
+bool ScreenshotTour::finished() {
     QCoro::waitFor(m_viewModel->stopSessionTask());
     if (m_viewModel->state() != AppState::finished)
         return fail(QStringLiteral("the session did not stop"));
@@ -216,4 +205,6 @@ bool ScreenshotTour::finished()
     return shoot(QStringLiteral("finished-plain"));
 }
 
-bool ScreenshotTour::run() { return load() && login() && setup() && recording() && finished(); }
+bool ScreenshotTour::run() {
+    return load() && login() && setup() && recording() && finished();
+}

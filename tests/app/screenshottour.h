@@ -4,7 +4,6 @@
 #include <QDir>
 #include <QString>
 #include <QTemporaryDir>
-
 #include <memory>
 
 class DevService;

@@ -5,35 +5,30 @@
 #include <QTest>
 
 TracedApp::TracedApp()
-    : m_process(std::make_unique<QProcess>())
-{
+    : m_process(std::make_unique<QProcess>()) {
     m_process->setProcessChannelMode(QProcess::SeparateChannels);
     m_process->setReadChannel(QProcess::StandardOutput);
 }
 
-TracedApp::~TracedApp()
-{
+TracedApp::~TracedApp() {
     if (m_process->state() != QProcess::NotRunning) {
         m_process->kill();
         m_process->waitForFinished(5000);
     }
 }
 
-bool TracedApp::start(const QString &program, const QProcessEnvironment &environment)
-{
+bool TracedApp::start(const QString &program, const QProcessEnvironment &environment) {
     m_process->setProcessEnvironment(environment);
     m_process->start(program, {});
     return m_process->waitForStarted(10000);
 }
 
-void TracedApp::readLines()
-{
+void TracedApp::readLines() {
     while (m_process->canReadLine())
         m_lines.append(QString::fromUtf8(m_process->readLine()).trimmed());
 }
 
-std::optional<QString> TracedApp::next(const QString &prefix, int milliseconds)
-{
+std::optional<QString> TracedApp::next(const QString &prefix, int milliseconds) {
     const QDeadlineTimer deadline(milliseconds);
     for (;;) {
         readLines();
@@ -49,8 +44,7 @@ std::optional<QString> TracedApp::next(const QString &prefix, int milliseconds)
     }
 }
 
-bool TracedApp::waitFor(const QString &line, int milliseconds)
-{
+bool TracedApp::waitFor(const QString &line, int milliseconds) {
     const QDeadlineTimer deadline(milliseconds);
     while (const std::optional<QString> found = next(line, int(deadline.remainingTime()))) {
         if (*found == line)
@@ -59,8 +53,7 @@ bool TracedApp::waitFor(const QString &line, int milliseconds)
     return false;
 }
 
-bool TracedApp::waitForLatest(const QString &prefix, const QString &line, int milliseconds)
-{
+bool TracedApp::waitForLatest(const QString &prefix, const QString &line, int milliseconds) {
     const QDeadlineTimer deadline(milliseconds);
     for (;;) {
         readLines();
@@ -78,8 +71,7 @@ bool TracedApp::waitForLatest(const QString &prefix, const QString &line, int mi
     }
 }
 
-bool TracedApp::waitForExit(int milliseconds)
-{
+bool TracedApp::waitForExit(int milliseconds) {
     const QDeadlineTimer deadline(milliseconds);
     while (m_process->state() != QProcess::NotRunning && !deadline.hasExpired())
         QTest::qWait(20);

@@ -44,8 +44,7 @@ private:
     int m_step = 0;
 };
 
-void TestAppSmoke::initTestCase()
-{
+void TestAppSmoke::initTestCase() {
     if (!display || display->name().isEmpty())
         QSKIP("no virtual X display (Xvfb is not installed)");
     if (QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty())
@@ -58,8 +57,7 @@ void TestAppSmoke::initTestCase()
         QVERIFY(m_shots.remove(old));
 }
 
-bool TestAppSmoke::xdotool(const QStringList &arguments, QString *output)
-{
+bool TestAppSmoke::xdotool(const QStringList &arguments, QString *output) {
     QProcess tool;
     tool.start(QStringLiteral("xdotool"), arguments);
     if (!tool.waitForFinished(20000) || tool.exitCode() != 0)
@@ -69,8 +67,7 @@ bool TestAppSmoke::xdotool(const QStringList &arguments, QString *output)
     return true;
 }
 
-bool TestAppSmoke::tabTo(const QString &name)
-{
+bool TestAppSmoke::tabTo(const QString &name) {
     for (int press = 0; press < 12; ++press) {
         if (!xdotool({QStringLiteral("key"), QStringLiteral("Tab")}))
             return false;
@@ -81,24 +78,23 @@ bool TestAppSmoke::tabTo(const QString &name)
     return false;
 }
 
-void TestAppSmoke::snap(const QString &step)
-{
+void TestAppSmoke::snap(const QString &step) {
     QTest::qWait(300); // the last frame of the change reaches the screen
     const QPixmap screen = QGuiApplication::primaryScreen()->grabWindow(0);
-    const QString path =
-        m_shots.filePath(QStringLiteral("%1-%2.png").arg(++m_step, 2, 10, QLatin1Char('0')).arg(step));
+    const QString path = m_shots.filePath(
+        QStringLiteral("%1-%2.png").arg(++m_step, 2, 10, QLatin1Char('0')).arg(step));
     QVERIFY2(!screen.isNull() && screen.save(path), qPrintable(path));
 }
 
-void TestAppSmoke::signInRecordStopQuit()
-{
+void TestAppSmoke::signInRecordStopQuit() {
     const QString watchFolder = m_home.filePath(QStringLiteral("Sesion de prueba"));
     QVERIFY(QDir().mkpath(watchFolder));
 
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("DISPLAY"), display->name());
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                       m_home.filePath(QStringLiteral("config")));
     environment.insert(QStringLiteral("QUILLMERE_SERVICE_URL"), m_service.baseURL());
     environment.insert(QStringLiteral("QUILLMERE_STORAGE_HOST"), m_service.storageHost());
     environment.insert(QStringLiteral("QUILLMERE_TEST_FOLDER"), watchFolder);
@@ -108,10 +104,12 @@ void TestAppSmoke::signInRecordStopQuit()
     QVERIFY(m_app.start(QStringLiteral(QUILLMERE_APP_PATH), environment));
 
     // No tray on a bare X server: the panel is a window of its own.
-    QVERIFY2(m_app.waitFor(QStringLiteral("screen login"), screenChange), qPrintable(m_app.transcript()));
+    QVERIFY2(m_app.waitFor(QStringLiteral("screen login"), screenChange),
+             qPrintable(m_app.transcript()));
     QString window;
-    QVERIFY(xdotool({QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
-                     QStringLiteral("--name"), QStringLiteral("Quillmere Live")},
+    QVERIFY(xdotool({QStringLiteral("search"), QStringLiteral("--sync"),
+                     QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                     QStringLiteral("Quillmere Live")},
                     &window));
     window = window.section(QLatin1Char('\n'), 0, 0);
     QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window}));
@@ -127,7 +125,8 @@ void TestAppSmoke::signInRecordStopQuit()
     snap(QStringLiteral("login-typed"));
     QVERIFY(tabTo(QStringLiteral("Iniciar Sesión")));
     QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("space")}));
-    QVERIFY2(m_app.waitFor(QStringLiteral("screen setup"), screenChange), qPrintable(m_app.transcript()));
+    QVERIFY2(m_app.waitFor(QStringLiteral("screen setup"), screenChange),
+             qPrintable(m_app.transcript()));
     snap(QStringLiteral("setup"));
 
     // The program keeps the token where its settings live, in this test's own folder.
@@ -145,7 +144,8 @@ void TestAppSmoke::signInRecordStopQuit()
     QVERIFY(tabTo(QStringLiteral("Iniciar")));
     snap(QStringLiteral("setup-filled"));
     QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("space")}));
-    QVERIFY2(m_app.waitFor(QStringLiteral("screen recording"), screenChange), qPrintable(m_app.transcript()));
+    QVERIFY2(m_app.waitFor(QStringLiteral("screen recording"), screenChange),
+             qPrintable(m_app.transcript()));
     snap(QStringLiteral("recording"));
 
     QImage photo(1600, 1067, QImage::Format_RGB32);
@@ -158,7 +158,8 @@ void TestAppSmoke::signInRecordStopQuit()
 
     QVERIFY(tabTo(QStringLiteral("Detener")));
     QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("space")}));
-    QVERIFY2(m_app.waitFor(QStringLiteral("screen finished"), screenChange), qPrintable(m_app.transcript()));
+    QVERIFY2(m_app.waitFor(QStringLiteral("screen finished"), screenChange),
+             qPrintable(m_app.transcript()));
     snap(QStringLiteral("finished"));
 
     QVERIFY(tabTo(QStringLiteral("Salir")));
@@ -169,8 +170,7 @@ void TestAppSmoke::signInRecordStopQuit()
     QCOMPARE(m_app.process().exitCode(), 0);
 }
 
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     // Its own X server, so this test needs no desktop and no wrapper; the test process is an
     // X client of it too, to grab its screen.
     VirtualDisplay virtualDisplay;

@@ -34,8 +34,7 @@ private:
     DevService m_service;
 };
 
-void TestLiveGallery::initTestCase()
-{
+void TestLiveGallery::initTestCase() {
     for (const char *name : {"chromium", "chromium-browser"}) {
         m_browser = QStandardPaths::findExecutable(QString::fromLatin1(name));
         if (!m_browser.isEmpty())
@@ -46,22 +45,20 @@ void TestLiveGallery::initTestCase()
     QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
 }
 
-QString TestLiveGallery::pageAsShown(const QString &url)
-{
+QString TestLiveGallery::pageAsShown(const QString &url) {
     QTemporaryDir profile;
     if (!profile.isValid())
         return {};
     QProcess browser;
     browser.setProcessChannelMode(QProcess::SeparateChannels);
-    browser.start(m_browser, {QStringLiteral("--headless"), QStringLiteral("--no-sandbox"),
-                              QStringLiteral("--disable-gpu"), QStringLiteral("--disable-quic"),
-                              QStringLiteral("--no-first-run"),
-                              QStringLiteral("--disable-background-networking"),
-                              QStringLiteral("--disable-component-update"),
-                              QStringLiteral("--disable-sync"),
-                              QStringLiteral("--user-data-dir=") + profile.path(),
-                              QStringLiteral("--virtual-time-budget=4000"),
-                              QStringLiteral("--dump-dom"), url});
+    browser.start(
+        m_browser,
+        {QStringLiteral("--headless"), QStringLiteral("--no-sandbox"),
+         QStringLiteral("--disable-gpu"), QStringLiteral("--disable-quic"),
+         QStringLiteral("--no-first-run"), QStringLiteral("--disable-background-networking"),
+         QStringLiteral("--disable-component-update"), QStringLiteral("--disable-sync"),
+         QStringLiteral("--user-data-dir=") + profile.path(),
+         QStringLiteral("--virtual-time-budget=4000"), QStringLiteral("--dump-dom"), url});
     if (!browser.waitForFinished(60000)) {
         browser.kill();
         browser.waitForFinished();
@@ -70,8 +67,7 @@ QString TestLiveGallery::pageAsShown(const QString &url)
     return QString::fromUtf8(browser.readAllStandardOutput());
 }
 
-QStringList TestLiveGallery::imageSources(const QString &dom)
-{
+QStringList TestLiveGallery::imageSources(const QString &dom) {
     static const QRegularExpression image(QStringLiteral(R"re(<img\b[^>]*\bsrc="([^"]+)")re"));
     QStringList sources;
     for (const QRegularExpressionMatch &match : image.globalMatch(dom))
@@ -79,11 +75,11 @@ QStringList TestLiveGallery::imageSources(const QString &dom)
     return sources;
 }
 
-void TestLiveGallery::registeredPreviewShowsOnTheLivePage()
-{
+void TestLiveGallery::registeredPreviewShowsOnTheLivePage() {
     APIClient client(m_service.baseURL(), m_service.storageHost());
     QCoro::waitFor(client.authenticate(DevService::demoEmail(), DevService::demoPassword()));
-    const SessionResponse session = QCoro::waitFor(client.createSession(QStringLiteral("Galería")));
+    const QString sessionName = QStringLiteral("Galería");
+    const SessionResponse session = QCoro::waitFor(client.createSession(sessionName));
     QVERIFY(!session.live_url.isEmpty());
 
     // Before any photo the page waits, with no picture.
@@ -97,10 +93,11 @@ void TestLiveGallery::registeredPreviewShowsOnTheLivePage()
     QBuffer buffer(&jpeg);
     QVERIFY(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, "JPEG", 85));
     const QString name = QStringLiteral("preview_IMG_0001.jpg");
-    const PresignResponse presign = QCoro::waitFor(
-        client.presign(session.folder_id, name, QStringLiteral("image/jpeg")));
+    const PresignResponse presign =
+        QCoro::waitFor(client.presign(session.folder_id, name, QStringLiteral("image/jpeg")));
     const QString stored = QCoro::waitFor(client.uploadToStorage(presign, jpeg));
-    QCoro::waitFor(client.registerAttachment(session.folder_id, stored, presign.key, presign.bucket));
+    QCoro::waitFor(
+        client.registerAttachment(session.folder_id, stored, presign.key, presign.bucket));
 
     QElapsedTimer shown;
     shown.start();
@@ -111,7 +108,8 @@ void TestLiveGallery::registeredPreviewShowsOnTheLivePage()
 
     // The picture behind the <img> is the preview as uploaded.
     QNetworkAccessManager network;
-    QNetworkReply *reply = network.get(QNetworkRequest(QUrl(session.live_url).resolved(previews.first())));
+    QNetworkReply *reply =
+        network.get(QNetworkRequest(QUrl(session.live_url).resolved(previews.first())));
     QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 10000);
     QCOMPARE(reply->error(), QNetworkReply::NoError);
     QCOMPARE(reply->readAll(), jpeg);

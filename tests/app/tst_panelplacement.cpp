@@ -15,8 +15,7 @@ private Q_SLOTS:
     void anchorFallsBackToThePointer();
 };
 
-void TestPanelPlacement::position_data()
-{
+void TestPanelPlacement::position_data() {
     QTest::addColumn<QRect>("icon");
     QTest::addColumn<QRect>("available");
     QTest::addColumn<QSize>("panel");
@@ -27,8 +26,8 @@ void TestPanelPlacement::position_data()
     QTest::newRow("top bar") << QRect(1000, 0, 24, 24) << QRect(0, 24, 1440, 876) << panel
                              << QPoint(1012 - 170, 24 + PanelPlacement::gap);
     // The icon near the right end: pushed left until it fits.
-    QTest::newRow("top bar, right end") << QRect(1400, 0, 24, 24) << QRect(0, 24, 1440, 876)
-                                        << panel << QPoint(1440 - 340, 28);
+    QTest::newRow("top bar, right end")
+        << QRect(1400, 0, 24, 24) << QRect(0, 24, 1440, 876) << panel << QPoint(1440 - 340, 28);
     // The icon near the left end: pushed right until it fits.
     QTest::newRow("top bar, left end")
         << QRect(10, 0, 24, 24) << QRect(0, 24, 1440, 876) << panel << QPoint(0, 28);
@@ -42,21 +41,20 @@ void TestPanelPlacement::position_data()
     QTest::newRow("right bar") << QRect(1872, 500, 48, 48) << QRect(0, 0, 1872, 1080) << panel
                                << QPoint(1872 - PanelPlacement::gap - 340, 524 - 210);
     // The second of two screens side by side: all coordinates are the virtual desktop's.
-    QTest::newRow("second screen") << QRect(2900, 0, 22, 22) << QRect(1920, 22, 1920, 1058)
-                                   << panel << QPoint(2911 - 170, 22 + PanelPlacement::gap);
+    QTest::newRow("second screen") << QRect(2900, 0, 22, 22) << QRect(1920, 22, 1920, 1058) << panel
+                                   << QPoint(2911 - 170, 22 + PanelPlacement::gap);
     // A bar that reserves no room (or the pointer standing in for the icon) in the upper half.
-    QTest::newRow("inside, upper half") << QRect(600, 10, 1, 1) << QRect(0, 0, 1280, 800)
-                                        << panel << QPoint(600 - 170, 11 + PanelPlacement::gap);
+    QTest::newRow("inside, upper half") << QRect(600, 10, 1, 1) << QRect(0, 0, 1280, 800) << panel
+                                        << QPoint(600 - 170, 11 + PanelPlacement::gap);
     // ... and in the lower half.
-    QTest::newRow("inside, lower half") << QRect(600, 790, 1, 1) << QRect(0, 0, 1280, 800)
-                                        << panel << QPoint(600 - 170, 790 - 4 - 420);
+    QTest::newRow("inside, lower half") << QRect(600, 790, 1, 1) << QRect(0, 0, 1280, 800) << panel
+                                        << QPoint(600 - 170, 790 - 4 - 420);
     // A screen too low for the panel: its top stays in view.
     QTest::newRow("too tall") << QRect(100, 0, 24, 24) << QRect(0, 24, 800, 300) << panel
                               << QPoint(0, 24);
 }
 
-void TestPanelPlacement::position()
-{
+void TestPanelPlacement::position() {
     QFETCH(QRect, icon);
     QFETCH(QRect, available);
     QFETCH(QSize, panel);
@@ -64,8 +62,7 @@ void TestPanelPlacement::position()
     QCOMPARE(PanelPlacement::position(icon, available, panel), expected);
 }
 
-void TestPanelPlacement::staysInsideTheFreeArea()
-{
+void TestPanelPlacement::staysInsideTheFreeArea() {
     const QRect available(0, 30, 1280, 770);
     const QSize panel(340, 500);
     // Wherever the icon is along the edges, the panel is whole and inside the free area.
@@ -79,14 +76,12 @@ void TestPanelPlacement::staysInsideTheFreeArea()
     }
 }
 
-void TestPanelPlacement::anchorIsTheIconWhenKnown()
-{
+void TestPanelPlacement::anchorIsTheIconWhenKnown() {
     const QRect icon(1000, 0, 24, 24);
     QCOMPARE(PanelPlacement::anchor(icon, QPoint(5, 5)), icon);
 }
 
-void TestPanelPlacement::anchorFallsBackToThePointer()
-{
+void TestPanelPlacement::anchorFallsBackToThePointer() {
     // X11 trays through StatusNotifierItem report an empty or invalid rectangle.
     QCOMPARE(PanelPlacement::anchor(QRect(), QPoint(700, 12)), QRect(700, 12, 1, 1));
     QCOMPARE(PanelPlacement::anchor(QRect(0, 0, 0, 0), QPoint(5, 790)), QRect(5, 790, 1, 1));

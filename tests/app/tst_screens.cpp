@@ -8,7 +8,6 @@
 #include <QQmlEngine>
 #include <QtQml/QQmlExtensionPlugin>
 #include <QtQuickTest>
-
 #include <memory>
 
 Q_IMPORT_QML_PLUGIN(Quillmere_LivePlugin)
@@ -17,8 +16,7 @@ class ScreensSetup : public QObject {
     Q_OBJECT
 
 public Q_SLOTS:
-    void applicationAvailable()
-    {
+    void applicationAvailable() {
         m_preferences = std::make_unique<ScopedPreferences>();
         m_service = std::make_unique<DevService>();
         if (!m_service->start())
@@ -34,14 +32,12 @@ public Q_SLOTS:
             });
     }
 
-    void qmlEngineAvailable(QQmlEngine *engine)
-    {
+    void qmlEngineAvailable(QQmlEngine *engine) {
         // Where the module's qmldir lies; Qt 6.4 does not look there by itself.
         engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
     }
 
-    void cleanupTestCase()
-    {
+    void cleanupTestCase() {
         m_service.reset();
         m_preferences.reset();
     }

@@ -13,8 +13,7 @@ namespace {
 constexpr int scale = 2;
 
 // How many different colours a picture holds, counted on a grid of sample points.
-int sampledColours(const QImage &image)
-{
+int sampledColours(const QImage &image) {
     QSet<QRgb> colours;
     for (int y = 0; y < image.height(); y += 3)
         for (int x = 0; x < image.width(); x += 3)
@@ -22,7 +21,9 @@ int sampledColours(const QImage &image)
     return int(colours.size());
 }
 
-int brightness(QRgb pixel) { return qGray(pixel); }
+int brightness(QRgb pixel) {
+    return qGray(pixel);
+}
 } // namespace
 
 class TestScreenshots : public QObject {
@@ -37,8 +38,7 @@ private:
     QDir m_output{QStringLiteral(QUILLMERE_SCREENSHOT_DIR)};
 };
 
-void TestScreenshots::initTestCase()
-{
+void TestScreenshots::initTestCase() {
     QVERIFY(QDir().mkpath(m_output.path()));
     for (const QString &old : m_output.entryList({QStringLiteral("*.png")}, QDir::Files))
         QVERIFY(m_output.remove(old));
@@ -55,15 +55,13 @@ void TestScreenshots::initTestCase()
     QCOMPARE(program.exitCode(), 0);
 }
 
-void TestScreenshots::everyStateInBothAppearances_data()
-{
+void TestScreenshots::everyStateInBothAppearances_data() {
     QTest::addColumn<QString>("state");
     for (const QString &state : ScreenshotNames::states)
         QTest::newRow(qPrintable(state)) << state;
 }
 
-void TestScreenshots::everyStateInBothAppearances()
-{
+void TestScreenshots::everyStateInBothAppearances() {
     QFETCH(QString, state);
     QList<int> backgrounds;
     for (const QString &appearance : ScreenshotNames::appearances) {

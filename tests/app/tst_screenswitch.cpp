@@ -19,8 +19,7 @@ private Q_SLOTS:
     void followsTheControllerAndTheToken();
 };
 
-void TestScreenSwitch::choose_data()
-{
+void TestScreenSwitch::choose_data() {
     QTest::addColumn<bool>("token");
     QTest::addColumn<AppState>("state");
     QTest::addColumn<bool>("uploadManager");
@@ -33,12 +32,11 @@ void TestScreenSwitch::choose_data()
     QTest::newRow("recording") << true << AppState::recording << true << Screen::Recording;
     QTest::newRow("recording, no manager") << true << AppState::recording << false << Screen::None;
     QTest::newRow("finished") << true << AppState::finished << true << Screen::Finished;
-    QTest::newRow("finished, no manager") << true << AppState::finished << false
-                                          << Screen::Finished;
+    QTest::newRow("finished, no manager")
+        << true << AppState::finished << false << Screen::Finished;
 }
 
-void TestScreenSwitch::choose()
-{
+void TestScreenSwitch::choose() {
     QFETCH(bool, token);
     QFETCH(AppState, state);
     QFETCH(bool, uploadManager);
@@ -46,15 +44,13 @@ void TestScreenSwitch::choose()
     QCOMPARE(ScreenSwitch::choose(token, state, uploadManager), expected);
 }
 
-void TestScreenSwitch::names()
-{
+void TestScreenSwitch::names() {
     QCOMPARE(ScreenSwitch::name(Screen::Login), QStringLiteral("login"));
     QCOMPARE(ScreenSwitch::name(Screen::Recording), QStringLiteral("recording"));
     QCOMPARE(ScreenSwitch::name(Screen::None), QStringLiteral("none"));
 }
 
-void TestScreenSwitch::followsTheControllerAndTheToken()
-{
+void TestScreenSwitch::followsTheControllerAndTheToken() {
     ScopedPreferences preferences;
     SessionViewModel viewModel;
     ScreenSwitch screenSwitch;

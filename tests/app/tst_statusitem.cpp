@@ -13,10 +13,11 @@
 #include <QTest>
 
 namespace {
-bool isRed(QRgb pixel) { return qRed(pixel) > 200 && qGreen(pixel) < 100 && qBlue(pixel) < 100; }
+bool isRed(QRgb pixel) {
+    return qRed(pixel) > 200 && qGreen(pixel) < 100 && qBlue(pixel) < 100;
+}
 
-int countPixels(const QImage &image, const QRect &area, const std::function<bool(QRgb)> &test)
-{
+int countPixels(const QImage &image, const QRect &area, const std::function<bool(QRgb)> &test) {
     int count = 0;
     for (int y = area.top(); y <= area.bottom(); ++y)
         for (int x = area.left(); x <= area.right(); ++x)
@@ -24,7 +25,9 @@ int countPixels(const QImage &image, const QRect &area, const std::function<bool
     return count;
 }
 
-bool isInk(QRgb pixel) { return qAlpha(pixel) > 128 && qGray(pixel) < 60; }
+bool isInk(QRgb pixel) {
+    return qAlpha(pixel) > 128 && qGray(pixel) < 60;
+}
 } // namespace
 
 class TestStatusItem : public QObject {
@@ -38,16 +41,14 @@ private Q_SLOTS:
     void dotFollowsTheControllersState();
 };
 
-void TestStatusItem::idlePictureIsTheCameraAlone()
-{
+void TestStatusItem::idlePictureIsTheCameraAlone() {
     const QImage image = StatusIcon::image(false, Qt::black, 1.0);
     QCOMPARE(image.size(), QSize(18, 18));
     QVERIFY(countPixels(image, image.rect(), isInk) > 60);
     QCOMPARE(countPixels(image, image.rect(), isRed), 0);
 }
 
-void TestStatusItem::recordingPictureHasTheRedDotBeside()
-{
+void TestStatusItem::recordingPictureHasTheRedDotBeside() {
     const QImage image = StatusIcon::image(true, Qt::black, 1.0);
     // 18 of camera, 4 apart, 6 of dot.
     QCOMPARE(image.size(), QSize(28, 18));
@@ -63,16 +64,14 @@ void TestStatusItem::recordingPictureHasTheRedDotBeside()
     QCOMPARE(countPixels(image, QRect(22, 13, 6, 5), isRed), 0);
 }
 
-void TestStatusItem::drawnAtEveryScale_data()
-{
+void TestStatusItem::drawnAtEveryScale_data() {
     QTest::addColumn<qreal>("scale");
     QTest::newRow("1x") << 1.0;
     QTest::newRow("2x") << 2.0;
     QTest::newRow("3x") << 3.0;
 }
 
-void TestStatusItem::drawnAtEveryScale()
-{
+void TestStatusItem::drawnAtEveryScale() {
     QFETCH(qreal, scale);
     const QImage image = StatusIcon::image(true, Qt::black, scale);
     QCOMPARE(image.size(), (QSizeF(28, 18) * scale).toSize());
@@ -85,17 +84,16 @@ void TestStatusItem::drawnAtEveryScale()
     };
     if (scale >= 2.0)
         QCOMPARE(qAlpha(pixelAt(15.9, 13.5)), 0);
-    QVERIFY(isInk(pixelAt(12, 13.5)));  // the lens
-    QVERIFY(isInk(pixelAt(3.5, 16)));   // the body
-    QVERIFY(!isInk(pixelAt(3.5, 5)));   // beside the viewfinder hump
+    QVERIFY(isInk(pixelAt(12, 13.5))); // the lens
+    QVERIFY(isInk(pixelAt(3.5, 16)));  // the body
+    QVERIFY(!isInk(pixelAt(3.5, 5)));  // beside the viewfinder hump
 
     const QIcon icon = StatusIcon::icon(true, Qt::black, false);
     QVERIFY(!icon.isNull());
     QVERIFY(icon.availableSizes().size() >= 4);
 }
 
-void TestStatusItem::dotFollowsTheControllersState()
-{
+void TestStatusItem::dotFollowsTheControllersState() {
     ScopedPreferences preferences;
     DevService service;
     QVERIFY2(service.start(), qPrintable(service.errorString()));
@@ -105,9 +103,8 @@ void TestStatusItem::dotFollowsTheControllersState()
     QVERIFY(folder.isValid());
 
     SessionViewModel viewModel;
-    viewModel.setFolderChooser([&folder](const QString &) {
-        return std::optional(QUrl::fromLocalFile(folder.path()));
-    });
+    viewModel.setFolderChooser(
+        [&folder](const QString &) { return std::optional(QUrl::fromLocalFile(folder.path())); });
     StatusItem item(viewModel);
     QVERIFY(!item.showsRecording());
 

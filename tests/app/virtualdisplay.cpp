@@ -3,7 +3,6 @@
 
 #include <QByteArray>
 #include <QStandardPaths>
-
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -14,8 +13,7 @@
 
 extern char **environ;
 
-VirtualDisplay::~VirtualDisplay()
-{
+VirtualDisplay::~VirtualDisplay() {
     if (m_pid <= 0)
         return;
     ::kill(m_pid, SIGTERM);
@@ -23,8 +21,7 @@ VirtualDisplay::~VirtualDisplay()
     ::waitpid(m_pid, &status, 0);
 }
 
-bool VirtualDisplay::start(QSize screen)
-{
+bool VirtualDisplay::start(QSize screen) {
     const QString server = QStandardPaths::findExecutable(QStringLiteral("Xvfb"));
     if (server.isEmpty()) {
         m_error = QStringLiteral("Xvfb is not installed");
@@ -42,15 +39,15 @@ bool VirtualDisplay::start(QSize screen)
     const QByteArray displayFd = QByteArray::number(pipeEnds[1]);
     const QByteArray geometry =
         QByteArray::number(screen.width()) + 'x' + QByteArray::number(screen.height()) + "x24";
-    QByteArrayList arguments = {program, "-displayfd", displayFd, "-screen", "0", geometry,
-                                "-nolisten", "tcp", "-noreset"};
+    QByteArrayList arguments = {program,  "-displayfd", displayFd, "-screen", "0",
+                                geometry, "-nolisten",  "tcp",     "-noreset"};
     std::vector<char *> argv;
     for (QByteArray &argument : arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
 
-    const int spawned = ::posix_spawn(&m_pid, program.constData(), nullptr, nullptr, argv.data(),
-                                      environ);
+    const int spawned =
+        ::posix_spawn(&m_pid, program.constData(), nullptr, nullptr, argv.data(), environ);
     ::close(pipeEnds[1]);
     if (spawned != 0) {
         ::close(pipeEnds[0]);

@@ -3,7 +3,6 @@
 
 #include <QSize>
 #include <QString>
-
 #include <sys/types.h>
 
 // An Xvfb server on a display number it picks itself (-displayfd), for as long as the object
