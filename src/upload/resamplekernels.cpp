@@ -54,26 +54,79 @@ void verticalPortable(const std::int16_t *const *rows, const std::int16_t *weigh
 
 #ifdef QUILLMERE_RESAMPLE_AVX2
 
-// The taps of one destination pixel, sixteen per multiply-add, as eight partial sums.
+// The taps of one destination pixel, sixteen per multiply-add and a last eight in the low half,
+// as eight partial sums.
 __attribute__((target("avx2"))) inline __m256i dotAvx2(const std::uint8_t *source,
                                                        const std::int16_t *weights, int taps) {
     __m256i sum = _mm256_setzero_si256();
-    for (int k = 0; k < taps; k += 16) {
+    int k = 0;
+    for (; k + 16 <= taps; k += 16) {
         const __m256i samples =
             _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(source + k)));
         const __m256i factors = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(weights + k));
         sum = _mm256_add_epi32(sum, _mm256_madd_epi16(samples, factors));
     }
+    if (k < taps) {
+        const __m128i samples =
+            _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(source + k)));
+        const __m128i factors = _mm_loadu_si128(reinterpret_cast<const __m128i *>(weights + k));
+        sum = _mm256_add_epi32(sum, _mm256_zextsi128_si256(_mm_madd_epi16(samples, factors)));
+    }
     return sum;
 }
 
-// Four destination pixels share one reduction of their partial sums.
+__attribute__((target("avx2"))) inline void storeFour(std::int16_t *destination, __m256i quad) {
+    const __m128i rounding = _mm_set1_epi32(1 << (horizontalShift - 1));
+    __m128i sums = _mm_add_epi32(_mm256_castsi256_si128(quad), _mm256_extracti128_si256(quad, 1));
+    sums = _mm_srai_epi32(_mm_add_epi32(sums, rounding), horizontalShift);
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(destination), _mm_packs_epi32(sums, sums));
+}
+
+// Pixels x and x + 1 of eight-tap windows in one multiply-add, their weights already side by
+// side: four partial sums each, in the two lane halves.
+__attribute__((target("avx2"))) inline __m256i pairAvx2(const std::uint8_t *source,
+                                                        const std::int32_t *first,
+                                                        const std::int16_t *weights, int x) {
+    const __m128i both = _mm_unpacklo_epi64(
+        _mm_loadl_epi64(reinterpret_cast<const __m128i *>(source + first[x])),
+        _mm_loadl_epi64(reinterpret_cast<const __m128i *>(source + first[x + 1])));
+    const __m256i factors =
+        _mm256_loadu_si256(reinterpret_cast<const __m256i *>(weights + std::ptrdiff_t(x) * 8));
+    return _mm256_madd_epi16(_mm256_cvtepu8_epi16(both), factors);
+}
+
+// Windows of eight taps, the usual case after a DCT-scaled decode: eight destination pixels
+// share one reduction.
+__attribute__((target("avx2"))) int horizontalEightTaps(const std::uint8_t *source,
+                                                        std::int16_t *destination, int width,
+                                                        const std::int32_t *first,
+                                                        const std::int16_t *weights) {
+    const __m256i rounding = _mm256_set1_epi32(1 << (horizontalShift - 1));
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    int x = 0;
+    for (; x + 8 <= width; x += 8) {
+        // Lane halves hold pixels x, x+2, x+4, x+6 and x+1, x+3, x+5, x+7; the permutation
+        // puts them back in order.
+        const __m256i sums =
+            _mm256_hadd_epi32(_mm256_hadd_epi32(pairAvx2(source, first, weights, x),
+                                                pairAvx2(source, first, weights, x + 2)),
+                              _mm256_hadd_epi32(pairAvx2(source, first, weights, x + 4),
+                                                pairAvx2(source, first, weights, x + 6)));
+        const __m256i ordered = _mm256_srai_epi32(
+            _mm256_add_epi32(_mm256_permutevar8x32_epi32(sums, order), rounding), horizontalShift);
+        const __m128i words =
+            _mm_packs_epi32(_mm256_castsi256_si128(ordered), _mm256_extracti128_si256(ordered, 1));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(destination + x), words);
+    }
+    return x;
+}
+
 __attribute__((target("avx2"))) void horizontalAvx2(const std::uint8_t *source,
                                                     std::int16_t *destination, int width,
                                                     const std::int32_t *first,
                                                     const std::int16_t *weights, int taps) {
-    const __m128i rounding = _mm_set1_epi32(1 << (horizontalShift - 1));
-    int x = 0;
+    int x = taps == 8 ? horizontalEightTaps(source, destination, width, first, weights) : 0;
+    // Otherwise four destination pixels share one reduction of their partial sums.
     for (; x + 4 <= width; x += 4) {
         const std::int16_t *w = weights + std::ptrdiff_t(x) * taps;
         const __m256i pair01 = _mm256_hadd_epi32(dotAvx2(source + first[x], w, taps),
@@ -81,11 +134,7 @@ __attribute__((target("avx2"))) void horizontalAvx2(const std::uint8_t *source,
         const __m256i pair23 =
             _mm256_hadd_epi32(dotAvx2(source + first[x + 2], w + 2 * taps, taps),
                               dotAvx2(source + first[x + 3], w + 3 * taps, taps));
-        const __m256i quad = _mm256_hadd_epi32(pair01, pair23);
-        __m128i sums =
-            _mm_add_epi32(_mm256_castsi256_si128(quad), _mm256_extracti128_si256(quad, 1));
-        sums = _mm_srai_epi32(_mm_add_epi32(sums, rounding), horizontalShift);
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(destination + x), _mm_packs_epi32(sums, sums));
+        storeFour(destination + x, _mm256_hadd_epi32(pair01, pair23));
     }
     if (x < width)
         horizontalPortable(source, destination + x, width - x, first + x,
@@ -144,7 +193,7 @@ ResampleKernels ResampleKernels::best() {
 #ifdef QUILLMERE_RESAMPLE_AVX2
     static const bool avx2 = __builtin_cpu_supports("avx2");
     if (avx2)
-        return {&horizontalAvx2, &verticalAvx2, 16};
+        return {&horizontalAvx2, &verticalAvx2, 8};
 #endif
     return portable();
 }

@@ -8,6 +8,7 @@
 #include "rawpreview.h"
 #include "resampler.h"
 
+#include <QDir>
 #include <QFile>
 #include <QHash>
 #include <QImageWriter>
@@ -215,8 +216,9 @@ void TestImageResizer::vectorKernelsMatchPortableKernels() {
     if (ResampleKernels::best().horizontal == ResampleKernels::portable().horizontal)
         QSKIP("this processor runs the portable kernels only");
     const QImage grey = scene({1237, 613}, 4).convertToFormat(QImage::Format_Grayscale8);
-    for (const QSize target :
-         {QSize(1001, 500), QSize(413, 205), QSize(1237, 613), QSize(2011, 997)}) {
+    // Windows of 8, 16 and 24 taps, shrinking and enlarging, widths that leave a remainder.
+    for (const QSize target : {QSize(1180, 585), QSize(1001, 500), QSize(618, 306), QSize(413, 205),
+                               QSize(1237, 613), QSize(2011, 997)}) {
         const QImage vector = resampled(grey, target, ResampleKernels::best());
         const QImage portable = resampled(grey, target, ResampleKernels::portable());
         QVERIFY(!vector.isNull());
@@ -306,6 +308,8 @@ void TestImageResizer::unreadableFilesGiveNothing_data() {
 
     QTest::addColumn<QString>("file");
     QTest::newRow("missing") << path("missing.jpg");
+    QTest::newRow("folder named like a photo")
+        << (QDir(m_dir.path()).mkdir("album.jpg") ? path("album.jpg") : QString());
     QTest::newRow("empty") << write("empty.jpg", {});
     QTest::newRow("text") << write("notes.jpg", "These are not the pixels you are looking for.\n");
     QTest::newRow("truncated jpeg") << write("cut.jpg", jpeg.left(jpeg.size() / 2));
