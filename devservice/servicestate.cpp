@@ -46,7 +46,7 @@ std::string slugFor(std::string_view name) {
 }
 
 std::string now() {
-    return QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toStdString();
+    return QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs).toStdString();
 }
 
 } // namespace

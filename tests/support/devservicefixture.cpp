@@ -326,7 +326,7 @@ DevService::filesOfSession(const std::function<bool(const QJsonObject &)> &isThe
             continue;
         for (const QJsonValue &file : session["files"].toArray()) {
             files.append({file["url"].toString(), file["key"].toString(), file["bucket"].toString(),
-                          file["created_at"].toString()});
+                          file["created_at"].toString(), file["registered_at"].toString()});
         }
     }
     return files;

@@ -81,6 +81,7 @@ public:
         QString key;
         QString bucket;
         QString createdAt;
+        QString registeredAt; // the service's own clock, with milliseconds
     };
 
     DevService();
