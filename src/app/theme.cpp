@@ -6,8 +6,6 @@
 #include <QPalette>
 #include <QStyleHints>
 
-// The values of the named system colours of the platform the screens were drawn for, in its
-// light and dark appearance, so the panel reads the same on every desktop.
 Theme::Theme(QObject *parent)
     : QObject(parent)
     , m_appearance(requestedAppearance()) {
@@ -73,9 +71,13 @@ bool Theme::eventFilter(QObject *watched, QEvent *event) {
     return QObject::eventFilter(watched, event);
 }
 
+// The named system colours of the platform the screens were first drawn for, in its light and
+// dark appearance, so the panel reads the same on every desktop. The label colours are black
+// or white with the platform's opacities, so they sit well on either background.
 QColor Theme::primary() const {
     return pick(QColor(0, 0, 0, 217), QColor(255, 255, 255, 217));
 }
+
 QColor Theme::secondary() const {
     return pick(QColor(0, 0, 0, 128), QColor(255, 255, 255, 140));
 }
@@ -87,12 +89,15 @@ QColor Theme::tertiaryLabelColor() const {
 QColor Theme::red() const {
     return pick(QColor(0xFF, 0x3B, 0x30), QColor(0xFF, 0x45, 0x3A));
 }
+
 QColor Theme::orange() const {
     return pick(QColor(0xFF, 0x95, 0x00), QColor(0xFF, 0x9F, 0x0A));
 }
+
 QColor Theme::green() const {
     return pick(QColor(0x28, 0xCD, 0x41), QColor(0x32, 0xD7, 0x4B));
 }
+
 QColor Theme::blue() const {
     return pick(QColor(0x00, 0x7A, 0xFF), QColor(0x0A, 0x84, 0xFF));
 }
@@ -108,6 +113,7 @@ QColor Theme::controlBackgroundColor() const {
 QColor Theme::separatorColor() const {
     return pick(QColor(0, 0, 0, 26), QColor(255, 255, 255, 26));
 }
+
 QColor Theme::accentColor() const {
     return blue();
 }
