@@ -72,12 +72,12 @@ private Q_SLOTS:
         QSignalSpy totals(&manager, &UploadManager::fullResTotalChanged);
         // Both counters move in one turn, and before the original is even asked for.
         bool sameTurn = false;
+        bool turnEnded = false;
         qint64 totalAtFirstSignal = -1;
         int originalRequestsAtFirstSignal = -1;
         connect(&manager, &UploadManager::uploadedCountChanged, this, [&] {
             totalAtFirstSignal = manager.fullResTotal();
             originalRequestsAtFirstSignal = int(StoredFiles(m_service).presignedNames().count(QStringLiteral("DSC_0042.JPG")));
-            bool turnEnded = false;
             QTimer::singleShot(0, this, [&] { turnEnded = true; });
             connect(&manager, &UploadManager::fullResTotalChanged, this, [&] { sameTurn = !turnEnded; });
         });
