@@ -2,11 +2,13 @@
 #include "panelcamera.h"
 
 #include "screenshotnames.h"
+#include "statusicon.h"
 #include "theme.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QImage>
+#include <QPainter>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QTimer>
@@ -58,4 +60,27 @@ bool PanelCamera::shoot(const QString &state) {
     }
     m_theme.setAppearance(before);
     return ok;
+}
+
+bool PanelCamera::shootTrayIcons() {
+    const qreal ratio = m_window.effectiveDevicePixelRatio();
+    for (const QString &state : ScreenshotNames::trayStates) {
+        const bool recording = state == QLatin1String("tray-recording");
+        for (const QString &appearance : ScreenshotNames::appearances) {
+            const bool dark = appearance == QLatin1String("dark");
+            const QImage icon = StatusIcon::image(recording, dark ? Qt::white : Qt::black, ratio);
+            // A strip of menu bar around the icon, 4 logical pixels on every side.
+            const int margin = qRound(4 * ratio);
+            QImage bar(icon.size() + QSize(2 * margin, 2 * margin), QImage::Format_RGB32);
+            bar.fill(dark ? QColor(0x32, 0x32, 0x32) : QColor(0xEC, 0xEC, 0xEC));
+            QPainter(&bar).drawImage(margin, margin, icon);
+            const QString path = m_output.filePath(ScreenshotNames::fileName(state, appearance));
+            if (!bar.save(path)) {
+                m_error = QStringLiteral("could not write %1").arg(path);
+                return false;
+            }
+            m_written.append(path);
+        }
+    }
+    return true;
 }

@@ -16,6 +16,9 @@ public:
     PanelCamera(QQuickWindow &window, Theme &theme, const QDir &output);
 
     bool shoot(const QString &state);
+    // The tray icon as the status item draws it, idle and recording, on a bar in each
+    // appearance, at the screen's pixel ratio.
+    bool shootTrayIcons();
     QStringList written() const { return m_written; }
     QString errorString() const { return m_error; }
 

@@ -24,6 +24,9 @@ inline const QStringList states = {
     QStringLiteral("finished-gallery-only"),
     QStringLiteral("finished-plain"),
 };
+// The tray's picture, on a bar of the appearance's colour: tray-idle-light.png and so on.
+inline const QStringList trayStates = {QStringLiteral("tray-idle"),
+                                       QStringLiteral("tray-recording")};
 inline const QStringList appearances = {QStringLiteral("light"), QStringLiteral("dark")};
 
 inline QString fileName(const QString &state, const QString &appearance) {

@@ -206,5 +206,6 @@ bool ScreenshotTour::finished() {
 }
 
 bool ScreenshotTour::run() {
-    return load() && login() && setup() && recording() && finished();
+    return load() && (m_camera->shootTrayIcons() || fail(m_camera->errorString())) && login() &&
+           setup() && recording() && finished();
 }

@@ -2,6 +2,7 @@
 // Runs the screenshot program and checks what it wrote: every state in both appearances, the
 // panel's width at the device pixel ratio it ran with, and real content in each picture.
 #include "screenshotnames.h"
+#include "statusicon.h"
 
 #include <QDir>
 #include <QImage>
@@ -33,6 +34,8 @@ private Q_SLOTS:
     void initTestCase();
     void everyStateInBothAppearances_data();
     void everyStateInBothAppearances();
+    void trayIcons_data();
+    void trayIcons();
 
 private:
     QDir m_output{QStringLiteral(QUILLMERE_SCREENSHOT_DIR)};
@@ -78,6 +81,25 @@ void TestScreenshots::everyStateInBothAppearances() {
     // The panel's own colour: light in the light appearance, dark in the dark one.
     QVERIFY2(backgrounds.at(0) > 200, qPrintable(QString::number(backgrounds.at(0))));
     QVERIFY2(backgrounds.at(1) < 60, qPrintable(QString::number(backgrounds.at(1))));
+}
+
+void TestScreenshots::trayIcons_data() {
+    QTest::addColumn<QString>("state");
+    QTest::addColumn<bool>("recording");
+    QTest::newRow("idle") << QStringLiteral("tray-idle") << false;
+    QTest::newRow("recording") << QStringLiteral("tray-recording") << true;
+}
+
+void TestScreenshots::trayIcons() {
+    QFETCH(QString, state);
+    QFETCH(bool, recording);
+    const QSize expected = (StatusIcon::logicalSize(recording) + QSize(8, 8)) * scale;
+    for (const QString &appearance : ScreenshotNames::appearances) {
+        const QImage image(m_output.filePath(ScreenshotNames::fileName(state, appearance)));
+        QVERIFY(!image.isNull());
+        QCOMPARE(image.size(), expected);
+        QVERIFY(sampledColours(image) > 3);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestScreenshots)

@@ -189,8 +189,8 @@ ScreenStack {
         PlainButton {
             objectName: "newSessionButton"
             anchors.centerIn: parent
-            width: 22
-            height: 22
+            width: 24
+            height: 24
             accessibleName: "Nueva Sesión"
             onActivated: screen.viewModel.newSession()
 

@@ -137,8 +137,8 @@ ScreenStack {
             PlainButton {
                 objectName: "pauseButton"
                 anchors.centerIn: parent
-                width: 22
-                height: 22
+                width: 24
+                height: 24
                 accessibleName: screen.paused ? "Reanudar" : "Pausar"
                 onActivated: screen.viewModel.isPaused = !screen.viewModel.isPaused
 
