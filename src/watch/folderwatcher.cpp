@@ -51,9 +51,21 @@ constexpr qint64 longestReadyWait = 60'000;
 constexpr qint64 shortestCoalescing = 10;
 constexpr qint64 longestCoalescing = 250;
 
+// FAT and exFAT keep modification times to two seconds; everything else is finer.
+constexpr qint64 settledFolderAge = 2'500;
+
 qint64 now()
 {
     return QDateTime::currentMSecsSinceEpoch();
+}
+
+std::optional<qint64> modificationTime(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        return std::nullopt;
+    const QDateTime modified = info.lastModified();
+    return modified.isValid() ? std::optional(modified.toMSecsSinceEpoch()) : std::nullopt;
 }
 } // namespace
 
@@ -146,6 +158,16 @@ void FolderWatcher::checkForNewFiles()
         return;
     watchFolderIfPresent();
 
+    // A folder of thousands of photos costs milliseconds to list, every second of a long
+    // session. Adding, removing or renaming an entry changes the folder's own modification time,
+    // so while that time stands still a settled folder need not be listed again. The stamp is
+    // only trusted once it lies further back than any file system's timestamp granularity.
+    const std::optional<qint64> folderStamp = modificationTime(m_folderPath);
+    const qint64 checkStart = now();
+    if (folderStamp && folderStamp == m_settledFolderStamp)
+        return;
+    m_settledFolderStamp.reset();
+
     QElapsedTimer listing;
     listing.start();
     QStringList candidates;
@@ -155,6 +177,8 @@ void FolderWatcher::checkForNewFiles()
             candidates.append(name);
     }
     m_lastCheckCost = listing.elapsed();
+    if (candidates.isEmpty() && folderStamp && checkStart - *folderStamp > settledFolderAge)
+        m_settledFolderStamp = folderStamp;
 
     // Every candidate is judged again below; one that has gone keeps no deadline.
     m_pending.clear();

@@ -9,6 +9,7 @@
 #include <QUrl>
 
 #include <functional>
+#include <optional>
 
 class QFileSystemWatcher;
 class QTimer;
@@ -62,6 +63,9 @@ private:
     QFileSystemWatcher *m_source = nullptr;
     QTimer *m_folderChangeTimer = nullptr;
     qint64 m_lastCheckCost = 0; // milliseconds the last full check took
+    // The folder's own modification time when a listing found nothing new and that time lay
+    // well in the past; while it stays the same, no name can have been added.
+    std::optional<qint64> m_settledFolderStamp;
     // Candidates seen not yet ready, and when each can first be ready if left alone.
     QMap<QString, qint64> m_pending;
     QTimer *m_readyTimer = nullptr;

@@ -11,6 +11,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <filesystem>
+
 class SessionRunTest : public QObject {
     Q_OBJECT
 
@@ -91,6 +93,25 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 1, 30000);
         QCOMPARE(StoredFiles(m_harness.service()).presignedNames(),
                  (QStringList{QStringLiteral("preview_NEW_0002.jpg"), QStringLiteral("NEW_0002.JPG")}));
+    }
+
+    void aLongQuietFolderStillFindsTheNextPhoto()
+    {
+        // The watcher stops listing a folder that has not changed for a while; a new photo
+        // changes the folder and must be found all the same, also with no notifications.
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("OLD.JPG"), SessionHarness::photoJpeg(8)));
+        std::error_code error;
+        std::filesystem::last_write_time(m_harness.folderPath().toStdString(),
+                                         std::filesystem::file_time_type::clock::now() - std::chrono::seconds(30), error);
+        QVERIFY(!error);
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Boda")));
+        model.watcher()->setNotificationsEnabled(false);
+        QTest::qWait(2500);
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("NEW.JPG"), SessionHarness::photoJpeg(9)));
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->uploadedCount(), 1, 20000);
+        QVERIFY(!StoredFiles(m_harness.service()).presignedNames().contains(QStringLiteral("preview_OLD.jpg")));
     }
 
     void pauseDropsPhotosForGood()
