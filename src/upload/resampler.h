@@ -17,7 +17,7 @@
 class Resampler {
 public:
     // `scaleX` and `scaleY` are source pixels per destination pixel (see ResampleWeights).
-    // Destination rows go to `destination` + row * `destinationStride`.
+    // Destination row r goes to `destinationPixels` + r * `destinationStride`.
     Resampler(QSize source, QSize destination, double scaleX, double scaleY,
               std::uint8_t *destinationPixels, std::ptrdiff_t destinationStride,
               ResampleKernels kernels = ResampleKernels::best());
