@@ -12,6 +12,7 @@
 #include <QCoroTimer>
 #include <QFile>
 #include <QThreadPool>
+#include <QTimer>
 #include <QtConcurrent/qtconcurrenttask.h>
 
 #include <optional>
@@ -121,8 +122,12 @@ QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
     if (!uploaded) {
         // The permit is held through the pause on purpose: the whole lane waits, so a store that
         // is failing is not hammered by the originals queued behind this one.
-        QCoro::Task<> pause = QCoro::sleepFor(originalRetryDelay);
-        co_await pause;
+        // A precise timer: a coarse one may end the pause a few percent early.
+        QTimer pause;
+        pause.setTimerType(Qt::PreciseTimer);
+        pause.setSingleShot(true);
+        pause.start(originalRetryDelay);
+        co_await &pause;
         QCoro::Task<bool> secondAttempt = tryUploadOriginal(context);
         uploaded = co_await secondAttempt;
     }
