@@ -46,8 +46,15 @@ bool VirtualDisplay::start(QSize screen) {
         argv.push_back(argument.data());
     argv.push_back(nullptr);
 
+    // The server's own output goes nowhere: should this test die, a server still holding the
+    // test runner's output pipe would keep the runner waiting.
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     const int spawned =
-        ::posix_spawn(&m_pid, program.constData(), nullptr, nullptr, argv.data(), environ);
+        ::posix_spawn(&m_pid, program.constData(), &actions, nullptr, argv.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
     ::close(pipeEnds[1]);
     if (spawned != 0) {
         ::close(pipeEnds[0]);
