@@ -3,10 +3,6 @@
 
 #include <QSettings>
 
-namespace {
-const QString organisation = QStringLiteral("Quillmere");
-const QString application = QStringLiteral("QuillmereLive");
-} // namespace
 
 std::optional<QString> Preferences::string(const QString &key)
 {

@@ -10,6 +10,8 @@
 // so it is safe from any thread.
 class Preferences {
 public:
+    static inline const QString organisation = QStringLiteral("Quillmere");
+    static inline const QString application = QStringLiteral("QuillmereLive");
     static inline const QString apiTokenKey = QStringLiteral("api_token");
     static inline const QString savedEmailKey = QStringLiteral("saved_email");
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "scopedpreferences.h"
 
+#include "preferences.h"
+
 
 #include <QDir>
 #include <QDirIterator>
@@ -8,8 +10,9 @@
 #include <QSettings>
 
 namespace {
-const QString organisation = QStringLiteral("Quillmere");
-const QString application = QStringLiteral("QuillmereLive");
+// The same store the program uses, opened on its own so a test sees what is on disk.
+const QString &organisation = Preferences::organisation;
+const QString &application = Preferences::application;
 } // namespace
 
 ScopedPreferences::ScopedPreferences()
