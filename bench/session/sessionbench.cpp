@@ -10,6 +10,7 @@
 #include "folderwatcher.h"
 #include "photofiles.h"
 #include "photogenerator.h"
+#include "previewmaker.h"
 #include "scopedpreferences.h"
 #include "sessionviewmodel.h"
 #include "uploadmanager.h"
@@ -162,6 +163,8 @@ int latencyRun(const QString &photoPath, int count, int rate)
     std::printf("last write -> preview registered: median %lld ms, p95 %lld ms, max %lld ms\n",
                 at(0.5), at(0.95), latencies.back());
     std::printf("first write -> every original stored: %.1f s\n", double(allStoredAt - startedAt) / 1000.0);
+    std::printf("previews made before their photo was handed over: %lld\n",
+                manager->previews().reusedCount());
     std::printf("peak memory of the process: %ld MB\n", peakMegabytes());
     return latencies.size() == size_t(count) ? 0 : 1;
 }

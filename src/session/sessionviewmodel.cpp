@@ -173,6 +173,10 @@ QCoro::Task<> SessionViewModel::startSessionTask()
     auto watcher = std::make_unique<FolderWatcher>(
         folder, [self](const QUrl &file) { if (self) self->handleNewFile(file); },
         FolderWatcher::listFiles(folder));
+    connect(watcher.get(), &FolderWatcher::candidateQuiet, this, [this](const QUrl &file) {
+        if (!m_isPaused && m_uploadManager)
+            m_uploadManager->preparePreview(file);
+    });
     m_watcher = std::move(watcher);
     m_watcher->start();
 

@@ -3,7 +3,7 @@
 
 #include "apiclient.h"
 #include "asyncsemaphore.h"
-#include "imageresizer.h"
+#include "previewmaker.h"
 #include "requestfailure.h"
 #include "uploadmanager.h"
 
@@ -45,11 +45,7 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
 
     // Each awaited operation is made in a statement of its own: GCC 12 mishandles the
     // lifetime of non-trivial temporaries inside a co_await expression.
-    QFuture<std::optional<QByteArray>> making =
-        QtConcurrent::task([url = context.fileURL] { return ImageResizer::createPreview(url); })
-            .onThreadPool(*QThreadPool::globalInstance())
-            .withPriority(previewPoolPriority)
-            .spawn();
+    QCoro::Task<std::optional<QByteArray>> making = context.previews->make(context.fileURL);
     const std::optional<QByteArray> preview = co_await making;
 
     if (!preview) {

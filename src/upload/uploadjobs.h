@@ -11,6 +11,7 @@
 
 class APIClient;
 class AsyncSemaphore;
+class PreviewMaker;
 class UploadManager;
 
 // What one photo's jobs carry with them. Everything is captured by value except the manager,
@@ -23,6 +24,7 @@ struct UploadJobContext {
     APIClient *api = nullptr;
     std::shared_ptr<AsyncSemaphore> previewSemaphore;
     std::shared_ptr<AsyncSemaphore> fullResSemaphore;
+    std::shared_ptr<PreviewMaker> previews;
     QPointer<UploadManager> manager;
 };
 

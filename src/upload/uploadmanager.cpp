@@ -3,6 +3,7 @@
 
 #include "apiclient.h"
 #include "asyncsemaphore.h"
+#include "previewmaker.h"
 #include "uploadjobs.h"
 
 #include <QFileInfo>
@@ -27,10 +28,15 @@ UploadManager::UploadManager(qint64 folderId, QObject *parent)
     , m_api(APIClient::shared())
     , m_previewSemaphore(std::make_shared<AsyncSemaphore>(2))
     , m_fullResSemaphore(std::make_shared<AsyncSemaphore>(1))
+    , m_previews(std::make_shared<PreviewMaker>())
 {
 }
 
-UploadManager::~UploadManager() = default;
+UploadManager::~UploadManager()
+{
+    // Jobs still running keep the maker; early work for photos no job will ask for goes now.
+    m_previews->dropEarlyWork();
+}
 
 QString UploadManager::previewName(const QString &fileName, const QString &extension)
 {
@@ -45,7 +51,13 @@ void UploadManager::uploadFile(const QUrl &fileURL)
     const QString fileName = fileURL.fileName();
     const QString extension = QFileInfo(fileName).suffix();
     UploadJobs::runPreviewJob({fileURL, fileName, previewName(fileName, extension), m_folderId,
-                               &m_api, m_previewSemaphore, m_fullResSemaphore, this});
+                               &m_api, m_previewSemaphore, m_fullResSemaphore, m_previews,
+                               this});
+}
+
+void UploadManager::preparePreview(const QUrl &fileURL)
+{
+    m_previews->prepare(fileURL);
 }
 
 void UploadManager::recordPreviewUploaded()

@@ -10,6 +10,7 @@
 
 class APIClient;
 class AsyncSemaphore;
+class PreviewMaker;
 class QUrl;
 
 // Sends every new photo of a live session: first its preview (made, authorised, stored and
@@ -29,6 +30,10 @@ public:
 
     // Returns at once; the photo's jobs run in the background. Call on the main thread.
     void uploadFile(const QUrl &fileURL);
+    // Starts on the preview of a photo that looks complete but is not handed over yet, so it
+    // is ready by the time uploadFile() asks for it. Call on the main thread.
+    void preparePreview(const QUrl &fileURL);
+    const PreviewMaker &previews() const { return *m_previews; }
 
     qint64 uploadedCount() const { return m_uploadedCount; }
     qint64 fullResUploaded() const { return m_fullResUploaded; }
@@ -59,4 +64,5 @@ private:
     APIClient &m_api;
     std::shared_ptr<AsyncSemaphore> m_previewSemaphore;
     std::shared_ptr<AsyncSemaphore> m_fullResSemaphore;
+    std::shared_ptr<PreviewMaker> m_previews;
 };

@@ -20,9 +20,10 @@ FileReadiness FileReadiness::of(const QString &path, qint64 now)
         return {};
     const QDateTime modified = info.lastModified();
     if (!modified.isValid())
-        return {true, std::nullopt};
+        return {true, std::nullopt, std::nullopt};
     // A modification time in the future (a camera clock running ahead) is simply not ready
     // until that moment has passed by more than a second.
-    const qint64 readyFrom = modified.toMSecsSinceEpoch() + quietMilliseconds;
-    return {now >= readyFrom, readyFrom};
+    const qint64 lastModified = modified.toMSecsSinceEpoch();
+    const qint64 readyFrom = lastModified + quietMilliseconds;
+    return {now >= readyFrom, readyFrom, lastModified};
 }

@@ -14,6 +14,8 @@ struct FileReadiness {
     // nobody touches it again; absent when waiting alone cannot make it ready (empty,
     // unreadable or gone).
     std::optional<qint64> readyFrom;
+    // When it was last written (milliseconds since the epoch), whenever readyFrom is known.
+    std::optional<qint64> lastModified;
 
     // `now` is passed in so that the files of one check are all judged at the same instant.
     static FileReadiness of(const QString &path, qint64 now);

@@ -31,6 +31,9 @@
 //   a temporary name, or copied with its original modification time. A burst of
 //   notifications is coalesced into one check.
 //
+// - Looking at a candidate once it has been left alone for a fifth of a second, and saying so
+//   (candidateQuiet), lets the preview be made while the rest of the second runs out.
+//
 // Changes to a file's content are not listened for: the deadline already follows them, and
 // watching each file would bring a storm of events for every chunk the camera writes.
 //
@@ -110,6 +113,7 @@ void FolderWatcher::invalidateTimer()
     m_folderChangeTimer->stop();
     m_readyTimer->stop();
     m_pending.clear();
+    m_announcedQuiet.clear();
     delete m_source;
     m_source = nullptr;
 }
@@ -182,6 +186,8 @@ void FolderWatcher::checkForNewFiles()
 
     // Every candidate is judged again below; one that has gone keeps no deadline.
     m_pending.clear();
+    for (auto it = m_announcedQuiet.begin(); it != m_announcedQuiet.end();)
+        it = candidates.contains(it.key()) ? std::next(it) : m_announcedQuiet.erase(it);
     handOverReady(std::move(candidates));
 }
 
@@ -208,13 +214,29 @@ void FolderWatcher::handOverReady(QStringList names)
         const QString path = folder.filePath(name);
         const FileReadiness readiness = FileReadiness::of(path, checkTime);
         if (!readiness.ready) {
-            if (readiness.readyFrom)
-                m_pending.insert(name, *readiness.readyFrom);
-            else
+            if (!readiness.readyFrom) {
                 m_pending.remove(name); // only a poll can tell when it changes
+                continue;
+            }
+            const qint64 modified = *readiness.lastModified;
+            const qint64 quietFrom = modified + quietAfterMilliseconds;
+            const auto announced = m_announcedQuiet.constFind(name);
+            const bool toldAlready = announced != m_announcedQuiet.cend() && *announced == modified;
+            if (!toldAlready && checkTime < quietFrom) {
+                m_pending.insert(name, quietFrom);
+                continue;
+            }
+            m_pending.insert(name, *readiness.readyFrom);
+            if (!toldAlready) {
+                m_announcedQuiet.insert(name, modified);
+                Q_EMIT candidateQuiet(QUrl::fromLocalFile(path));
+                if (!alive || m_invalidated)
+                    return;
+            }
             continue;
         }
         m_pending.remove(name);
+        m_announcedQuiet.remove(name);
         m_knownFiles.insert(name);
         // A copy, so that a handler that releases the watcher does not destroy itself mid-call.
         const NewFileHandler handler = m_onNewFile;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QHash>
 #include <QMap>
 #include <QObject>
 #include <QSet>
@@ -41,9 +42,19 @@ public:
     static QSet<QString> listFiles(const QUrl &folder);
     static bool isFileReady(const QUrl &file);
 
+    // How long a candidate has to stay unchanged before candidateQuiet is said of it.
+    static constexpr qint64 quietAfterMilliseconds = 200;
+
     const QUrl &watchURL() const { return m_watchURL; }
     const QSet<QString> &knownFiles() const { return m_knownFiles; }
     bool isRunning() const;
+
+Q_SIGNALS:
+    // A candidate that is not handed over yet has not changed for a moment: most likely it is
+    // complete, and it will be handed over when its second is up unless it changes again.
+    // Said once for each modification time a candidate is seen with, so work can start on the
+    // photo early; the hand-over itself keeps the one-second rule.
+    void candidateQuiet(const QUrl &file);
 
 private:
     void onFolderChanged();
@@ -66,8 +77,11 @@ private:
     // The folder's own modification time when a listing found nothing new and that time lay
     // well in the past; while it stays the same, no name can have been added.
     std::optional<qint64> m_settledFolderStamp;
-    // Candidates seen not yet ready, and when each can first be ready if left alone.
+    // Candidates seen not yet ready, and the next moment each is worth a look: when it can be
+    // said to be quiet, or else when it can first be ready, if left alone.
     QMap<QString, qint64> m_pending;
+    // The modification time each candidate was last said to be quiet with.
+    QHash<QString, qint64> m_announcedQuiet;
     QTimer *m_readyTimer = nullptr;
 
     bool m_notificationsEnabled = true;

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "filestamp.h"
+
+#include <QByteArray>
+#include <QCoroTask>
+#include <QString>
+#include <QUrl>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+
+class AsyncSemaphore;
+
+// Makes the previews of one session on the shared thread pool, never more than two at a time,
+// which bounds the memory that decoding full-size photos takes. It can also start on a photo
+// before the photo is handed over, as soon as the photo has stopped changing, so that the
+// second the readiness rule waits is used for decoding. A preview made early is only used if
+// the file has not been touched since it was read; otherwise the photo is decoded afresh, so
+// the result is always the preview of the file as it is at hand-over.
+//
+// Lives on the main thread and is used only there; shared with the preview jobs, which may
+// outlive the upload manager that made it.
+class PreviewMaker : public std::enable_shared_from_this<PreviewMaker> {
+public:
+    static constexpr int concurrentDecodes = 2;
+    // Early previews waiting to start or to be claimed. A photo whose early preview was
+    // dropped is simply decoded when its job asks.
+    static constexpr qsizetype earlyLimit = 16;
+
+    PreviewMaker() = default;
+    PreviewMaker(const PreviewMaker &) = delete;
+    PreviewMaker &operator=(const PreviewMaker &) = delete;
+    ~PreviewMaker();
+
+    // Starts on the preview of a photo that looks complete but is not handed over yet.
+    void prepare(const QUrl &file);
+    // The preview of the file as it is now, or no value when it cannot be made. A fresh decode
+    // goes ahead of all early work that has not started.
+    QCoro::Task<std::optional<QByteArray>> make(QUrl file);
+    // Drops early work that has not started and early previews nobody has claimed.
+    void dropEarlyWork();
+
+    // For tests and benchmarks: previews made early and then used, and the most decodes that
+    // have run at once.
+    qint64 reusedCount() const { return m_reusedCount; }
+    int peakDecodes() const { return m_peakDecodes; }
+
+private:
+    struct Work;
+    struct Made {
+        std::optional<FileStamp> stamp; // an early preview's file as read; absent if unvouched
+        std::optional<QByteArray> preview;
+    };
+    static Made makeEarly(const QUrl &file);
+
+    void startWaitingWork();
+    QCoro::Task<> run(std::shared_ptr<Work> work);
+    void limitEarlyWork();
+    void forgetEarly(const std::shared_ptr<Work> &work);
+
+    std::deque<std::shared_ptr<Work>> m_waiting; // not started yet, oldest first
+    std::map<QString, std::shared_ptr<Work>> m_early; // unclaimed early work, by local path
+    int m_running = 0;
+    int m_peakDecodes = 0;
+    qint64 m_reusedCount = 0;
+    quint64 m_nextSequence = 0;
+};
