@@ -95,6 +95,12 @@ void PreviewMaker::dropEarlyWork()
     m_early.clear();
 }
 
+bool PreviewMaker::hasEarlyPreview(const QUrl &file) const
+{
+    const auto found = m_early.find(file.toLocalFile());
+    return found != m_early.end() && found->second->finished;
+}
+
 void PreviewMaker::startWaitingWork()
 {
     while (m_running < concurrentDecodes && !m_waiting.empty()) {

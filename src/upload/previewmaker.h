@@ -44,8 +44,9 @@ public:
     // Drops early work that has not started and early previews nobody has claimed.
     void dropEarlyWork();
 
-    // For tests and benchmarks: previews made early and then used, and the most decodes that
-    // have run at once.
+    // For tests and benchmarks: whether an early preview of the file is finished and waiting
+    // for its job, how many early previews were used, and the most decodes run at once.
+    bool hasEarlyPreview(const QUrl &file) const;
     qint64 reusedCount() const { return m_reusedCount; }
     int peakDecodes() const { return m_peakDecodes; }
 

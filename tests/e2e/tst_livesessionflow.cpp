@@ -4,6 +4,8 @@
 #include "sessionharness.h"
 #include "sessionviewmodel.h"
 #include "folderwatcher.h"
+#include "imageresizer.h"
+#include "previewmaker.h"
 #include "storedfiles.h"
 #include "taskoutcome.h"
 
@@ -84,6 +86,10 @@ private Q_SLOTS:
         QCOMPARE(model.uploadManager()->uploadedCount(), 1);
         QCOMPARE(m_harness.service().registeredFiles(*model.session().folderId).size(), 1);
         QCOMPARE(StoredFiles(m_harness.service()).objectNamed(QStringLiteral("IMG_0001.JPG")), std::optional(photo));
+        // Its preview was made while the readiness second ran out, and from the whole photo.
+        QCOMPARE(model.uploadManager()->previews().reusedCount(), 1);
+        QCOMPARE(StoredFiles(m_harness.service()).objectNamed(QStringLiteral("preview_IMG_0001.jpg")),
+                 ImageResizer::createPreview(QUrl::fromLocalFile(path)));
     }
 
     void savedUnderATemporaryNameThenRenamed()

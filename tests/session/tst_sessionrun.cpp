@@ -7,6 +7,7 @@
 #include "storedfiles.h"
 #include "taskoutcome.h"
 #include "folderwatcher.h"
+#include "previewmaker.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -122,6 +123,7 @@ private Q_SLOTS:
         model.setIsPaused(true);
         QVERIFY(m_harness.dropPhoto(QStringLiteral("PAUSED.JPG"), SessionHarness::photoJpeg(3)));
         QTRY_VERIFY_WITH_TIMEOUT(model.watcher()->knownFiles().contains(QStringLiteral("PAUSED.JPG")), 10000);
+        QCOMPARE(model.uploadManager()->previews().peakDecodes(), 0); // not even made early
         model.setIsPaused(false);
         QVERIFY(m_harness.dropPhoto(QStringLiteral("RESUMED.JPG"), SessionHarness::photoJpeg(4)));
         QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 1, 30000);

@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: MIT
+// Previews made before a photo is handed over: used only for the file exactly as it was read,
+// never more than two decodes at once, and early work kept within bounds.
+#include "imageresizer.h"
+#include "photofiles.h"
+#include "photogenerator.h"
+#include "previewmaker.h"
+#include "taskoutcome.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+using Preview = std::optional<QByteArray>;
+
+QByteArray photo(std::uint32_t seed, QSize size = QSize(1200, 800))
+{
+    return PhotoFiles::encodeJpeg(PhotoGenerator(size, seed).image8(), 90);
+}
+
+// Past the moment from which a later write would move the file's times for certain.
+void letSettle()
+{
+    QTest::qWait(150);
+}
+
+QCoro::Task<QList<Preview>> all(std::vector<QCoro::Task<Preview>> tasks)
+{
+    QList<Preview> previews;
+    for (QCoro::Task<Preview> &task : tasks) {
+        Preview preview = co_await task;
+        previews.append(std::move(preview));
+    }
+    co_return previews;
+}
+
+} // namespace
+
+class PreviewMakerTest : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::shared_ptr<PreviewMaker> m_maker;
+
+    QUrl write(const QString &name, const QByteArray &bytes)
+    {
+        const QString path = m_folder->filePath(name);
+        return PhotoFiles::writeFile(path, bytes) ? QUrl::fromLocalFile(path) : QUrl();
+    }
+
+    Preview make(const QUrl &file)
+    {
+        TaskOutcome<Preview> outcome = awaitOutcome(m_maker->make(file));
+        return outcome.value ? *outcome.value : Preview();
+    }
+
+    bool waitForEarlyPreview(const QUrl &file)
+    {
+        return QTest::qWaitFor([&] { return m_maker->hasEarlyPreview(file); }, 30000);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_folder = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_folder->isValid());
+        m_maker = std::make_shared<PreviewMaker>();
+    }
+
+    void cleanup()
+    {
+        m_maker.reset();
+        m_folder.reset();
+    }
+
+    void anUnchangedFileGetsItsEarlyPreview()
+    {
+        const QUrl file = write(QStringLiteral("IMG_0001.JPG"), photo(1));
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(waitForEarlyPreview(file));
+        const Preview preview = make(file);
+        QVERIFY(preview);
+        QCOMPARE(*preview, *ImageResizer::createPreview(file));
+        QCOMPARE(m_maker->reusedCount(), 1);
+        QVERIFY(!m_maker->hasEarlyPreview(file)); // handed to its job, and gone
+    }
+
+    void aJobWaitsForTheEarlyPreviewUnderWay()
+    {
+        const QUrl file = write(QStringLiteral("IMG_0002.JPG"), photo(2, QSize(4000, 3000)));
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(!m_maker->hasEarlyPreview(file)); // still decoding
+        const Preview preview = make(file);
+        QCOMPARE(m_maker->reusedCount(), 1);
+        QCOMPARE(m_maker->peakDecodes(), 1); // the job did not decode a second time
+        QCOMPARE(preview, ImageResizer::createPreview(file));
+    }
+
+    void aFileWrittenAgainIsDecodedAfresh()
+    {
+        const QUrl file = write(QStringLiteral("IMG_0003.JPG"), photo(3));
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(waitForEarlyPreview(file));
+        const Preview before = ImageResizer::createPreview(file);
+        QVERIFY(!write(QStringLiteral("IMG_0003.JPG"), photo(4)).isEmpty());
+        const Preview preview = make(file);
+        QCOMPARE(m_maker->reusedCount(), 0);
+        QVERIFY(preview);
+        QCOMPARE(preview, ImageResizer::createPreview(file));
+        QVERIFY(preview != before);
+    }
+
+    void aRewriteOfTheSameSizeWithItsOldTimeIsStillSeen()
+    {
+        // Copying tools put the original modification time back; the change time still moves.
+        const QByteArray bytes = photo(5);
+        const QUrl file = write(QStringLiteral("IMG_0005.JPG"), bytes);
+        const QDateTime modified = QFileInfo(file.toLocalFile()).lastModified();
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(waitForEarlyPreview(file));
+        QVERIFY(!write(QStringLiteral("IMG_0005.JPG"), bytes).isEmpty());
+        QFile rewritten(file.toLocalFile());
+        QVERIFY(rewritten.open(QIODevice::Append));
+        QVERIFY(rewritten.setFileTime(modified, QFileDevice::FileModificationTime));
+        rewritten.close();
+        QCOMPARE(QFileInfo(file.toLocalFile()).lastModified(), modified);
+        QCOMPARE(make(file), ImageResizer::createPreview(file));
+        QCOMPARE(m_maker->reusedCount(), 0);
+    }
+
+    void aFileWrittenThisInstantIsNotVouchedFor()
+    {
+        const QUrl file = write(QStringLiteral("IMG_0006.JPG"), photo(6));
+        m_maker->prepare(file); // no settling: a write in the same tick could go unnoticed
+        const Preview preview = make(file);
+        QCOMPARE(m_maker->reusedCount(), 0);
+        QCOMPARE(preview, ImageResizer::createPreview(file));
+    }
+
+    void preparingAgainAfterAChangeReplacesTheEarlyPreview()
+    {
+        const QUrl file = write(QStringLiteral("IMG_0007.JPG"), photo(7));
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(waitForEarlyPreview(file));
+        QVERIFY(!write(QStringLiteral("IMG_0007.JPG"), photo(8)).isEmpty());
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(waitForEarlyPreview(file));
+        QCOMPARE(make(file), ImageResizer::createPreview(file));
+        QCOMPARE(m_maker->reusedCount(), 1);
+        QCOMPARE(m_maker->peakDecodes(), 1);
+    }
+
+    void aVanishedFileHasNoPreview()
+    {
+        const QUrl file = write(QStringLiteral("IMG_0009.JPG"), photo(9));
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(waitForEarlyPreview(file));
+        QVERIFY(QFile::remove(file.toLocalFile()));
+        QCOMPARE(make(file), Preview());
+        QCOMPARE(m_maker->reusedCount(), 0);
+    }
+
+    void anUndecodableFileIsNotDecodedTwice()
+    {
+        const QUrl file = write(QStringLiteral("IMG_0010.JPG"), QByteArray("\xFF\xD8\xFF not a photo"));
+        letSettle();
+        m_maker->prepare(file);
+        QVERIFY(waitForEarlyPreview(file));
+        QCOMPARE(make(file), Preview());
+        QCOMPARE(m_maker->reusedCount(), 1);
+        QCOMPARE(m_maker->peakDecodes(), 1);
+    }
+
+    void neverMoreThanTwoDecodesAtOnce()
+    {
+        QList<QUrl> prepared;
+        QList<QUrl> unprepared;
+        for (int i = 0; i < 6; ++i) {
+            prepared << write(QStringLiteral("EARLY_%1.JPG").arg(i), photo(20 + i));
+            unprepared << write(QStringLiteral("LATE_%1.JPG").arg(i), photo(30 + i));
+        }
+        letSettle();
+        for (const QUrl &file : std::as_const(prepared))
+            m_maker->prepare(file);
+        std::vector<QCoro::Task<Preview>> tasks;
+        for (int i = 0; i < 6; ++i) {
+            tasks.push_back(m_maker->make(unprepared[i]));
+            tasks.push_back(m_maker->make(prepared[i]));
+        }
+        const TaskOutcome<QList<Preview>> outcome = awaitOutcome(all(std::move(tasks)));
+        QVERIFY(outcome.value);
+        QCOMPARE(m_maker->peakDecodes(), 2);
+        QCOMPARE(m_maker->reusedCount(), 6);
+        for (int i = 0; i < 6; ++i) {
+            QCOMPARE(outcome.value->at(2 * i), ImageResizer::createPreview(unprepared[i]));
+            QCOMPARE(outcome.value->at(2 * i + 1), ImageResizer::createPreview(prepared[i]));
+        }
+    }
+
+    void theOldestEarlyWorkGoesBeyondTheLimit()
+    {
+        QList<QUrl> files;
+        for (int i = 0; i < PreviewMaker::earlyLimit + 4; ++i)
+            files << write(QStringLiteral("IMG_%1.JPG").arg(100 + i), photo(100 + i, QSize(320, 240)));
+        letSettle();
+        for (const QUrl &file : std::as_const(files))
+            m_maker->prepare(file);
+        // The first two were already decoding and the next two waiting when they were let go:
+        // their jobs decode them afresh; the sixteen newest are used as made.
+        for (const QUrl &file : std::as_const(files))
+            QCOMPARE(make(file), ImageResizer::createPreview(file));
+        QCOMPARE(m_maker->reusedCount(), PreviewMaker::earlyLimit);
+        QCOMPARE(m_maker->peakDecodes(), 2);
+    }
+
+    void droppedEarlyWorkIsDecodedOnDemand()
+    {
+        QList<QUrl> files;
+        for (int i = 0; i < 4; ++i)
+            files << write(QStringLiteral("IMG_%1.JPG").arg(200 + i), photo(200 + i));
+        letSettle();
+        for (const QUrl &file : std::as_const(files))
+            m_maker->prepare(file);
+        m_maker->dropEarlyWork();
+        for (const QUrl &file : std::as_const(files))
+            QCOMPARE(make(file), ImageResizer::createPreview(file));
+        QCOMPARE(m_maker->reusedCount(), 0);
+    }
+
+    void onlyLocalFilesArePrepared()
+    {
+        const QUrl remote(QStringLiteral("https://example.test/IMG_0001.JPG"));
+        m_maker->prepare(remote);
+        QCOMPARE(make(remote), Preview());
+        QCOMPARE(m_maker->reusedCount(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(PreviewMakerTest)
+#include "tst_previewmaker.moc"
