@@ -24,6 +24,11 @@ struct PreviewMaker::Work {
     qint64 waiters = 0;
 };
 
+PreviewMaker::PreviewMaker()
+    : m_caughtUpSignal(std::make_shared<AsyncSemaphore>(0))
+{
+}
+
 PreviewMaker::~PreviewMaker() = default;
 
 PreviewMaker::Made PreviewMaker::makeEarly(const QUrl &file)
@@ -93,6 +98,25 @@ void PreviewMaker::dropEarlyWork()
 {
     std::erase_if(m_waiting, [](const std::shared_ptr<Work> &work) { return !work->claimed; });
     m_early.clear();
+    releaseCaughtUpWaiters();
+}
+
+QCoro::Task<> PreviewMaker::caughtUp()
+{
+    if (m_waiting.empty())
+        co_return;
+    const std::shared_ptr<PreviewMaker> self = shared_from_this();
+    const std::shared_ptr<AsyncSemaphore> signal = m_caughtUpSignal;
+    ++m_caughtUpWaiters;
+    co_await signal->wait();
+}
+
+void PreviewMaker::releaseCaughtUpWaiters()
+{
+    if (!m_waiting.empty())
+        return;
+    for (; m_caughtUpWaiters > 0; --m_caughtUpWaiters)
+        m_caughtUpSignal->signal();
 }
 
 bool PreviewMaker::hasEarlyPreview(const QUrl &file) const
@@ -115,6 +139,7 @@ void PreviewMaker::startWaitingWork()
         m_peakDecodes = std::max(m_peakDecodes, m_running);
         run(std::move(work));
     }
+    releaseCaughtUpWaiters();
 }
 
 QCoro::Task<> PreviewMaker::run(std::shared_ptr<Work> work)

@@ -31,7 +31,7 @@ public:
     // dropped is simply decoded when its job asks.
     static constexpr qsizetype earlyLimit = 16;
 
-    PreviewMaker() = default;
+    PreviewMaker();
     PreviewMaker(const PreviewMaker &) = delete;
     PreviewMaker &operator=(const PreviewMaker &) = delete;
     ~PreviewMaker();
@@ -43,6 +43,10 @@ public:
     QCoro::Task<std::optional<QByteArray>> make(QUrl file);
     // Drops early work that has not started and early previews nobody has claimed.
     void dropEarlyWork();
+    // Ends at once, or as soon as no decode is left waiting for its turn. Work of lower
+    // priority (the originals) waits on it, so that when the photos come faster than the
+    // machine can take, the previews the client is waiting for are not the ones that fall behind.
+    QCoro::Task<> caughtUp();
 
     // For tests and benchmarks: whether an early preview of the file is finished and waiting
     // for its job, how many early previews were used, and the most decodes run at once.
@@ -61,6 +65,7 @@ private:
     void startWaitingWork();
     QCoro::Task<> run(std::shared_ptr<Work> work);
     void limitEarlyWork();
+    void releaseCaughtUpWaiters();
     void forgetEarly(const std::shared_ptr<Work> &work);
 
     std::deque<std::shared_ptr<Work>> m_waiting; // not started yet, oldest first
@@ -68,5 +73,8 @@ private:
     int m_running = 0;
     int m_peakDecodes = 0;
     qint64 m_reusedCount = 0;
+    // Counts a permit for each caughtUp() waiter once nothing is waiting.
+    std::shared_ptr<AsyncSemaphore> m_caughtUpSignal;
+    qint64 m_caughtUpWaiters = 0;
     quint64 m_nextSequence = 0;
 };

@@ -86,6 +86,11 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
 
 QCoro::Task<bool> UploadJobs::tryUploadOriginal(UploadJobContext context)
 {
+    // An original gives way to previews still waiting to be decoded: reading, sending and
+    // storing it takes processor time the previews need when photos come in faster than the
+    // machine can take them.
+    QCoro::Task<> givingWay = context.previews->caughtUp();
+    co_await givingWay;
     QFuture<std::optional<QByteArray>> reading =
         QtConcurrent::task([path = context.fileURL.toLocalFile()] { return readWholeFile(path); })
             .onThreadPool(*QThreadPool::globalInstance())

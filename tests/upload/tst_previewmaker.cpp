@@ -41,6 +41,17 @@ QCoro::Task<QList<Preview>> all(std::vector<QCoro::Task<Preview>> tasks)
     co_return previews;
 }
 
+// How many of the files had an early preview ready when nothing was waiting any more.
+QCoro::Task<> countWhenCaughtUp(std::shared_ptr<PreviewMaker> maker, QList<QUrl> files,
+                                int *readyThen)
+{
+    QCoro::Task<> catchingUp = maker->caughtUp();
+    co_await catchingUp;
+    *readyThen = 0;
+    for (const QUrl &file : std::as_const(files))
+        *readyThen += maker->hasEarlyPreview(file) ? 1 : 0;
+}
+
 } // namespace
 
 class PreviewMakerTest : public QObject {
@@ -239,6 +250,50 @@ private Q_SLOTS:
         for (const QUrl &file : std::as_const(files))
             QCOMPARE(make(file), ImageResizer::createPreview(file));
         QCOMPARE(m_maker->reusedCount(), 0);
+    }
+
+    void caughtUpEndsAtOnceWhileNothingWaits()
+    {
+        int ready = -1;
+        countWhenCaughtUp(m_maker, {}, &ready);
+        QCOMPARE(ready, 0); // ended without waiting for the event loop
+        const QUrl file = write(QStringLiteral("IMG_0300.JPG"), photo(300));
+        letSettle();
+        m_maker->prepare(file); // decoding, not waiting
+        ready = -1;
+        countWhenCaughtUp(m_maker, {file}, &ready);
+        QCOMPARE(ready, 0);
+    }
+
+    void caughtUpWaitsUntilEveryDecodeHasStarted()
+    {
+        QList<QUrl> files;
+        for (int i = 0; i < 4; ++i)
+            files << write(QStringLiteral("IMG_%1.JPG").arg(310 + i), photo(310 + i));
+        letSettle();
+        for (const QUrl &file : std::as_const(files))
+            m_maker->prepare(file); // two decoding, two waiting
+        int ready = -1;
+        countWhenCaughtUp(m_maker, files, &ready);
+        QCOMPARE(ready, -1);
+        QVERIFY(QTest::qWaitFor([&] { return ready >= 0; }, 30000));
+        // The waiting two could only start once the first two were done.
+        QVERIFY2(ready >= 2, qPrintable(QString::number(ready)));
+    }
+
+    void caughtUpEndsWhenEarlyWorkIsDropped()
+    {
+        QList<QUrl> files;
+        for (int i = 0; i < 4; ++i)
+            files << write(QStringLiteral("IMG_%1.JPG").arg(320 + i), photo(320 + i));
+        letSettle();
+        for (const QUrl &file : std::as_const(files))
+            m_maker->prepare(file);
+        int ready = -1;
+        countWhenCaughtUp(m_maker, files, &ready);
+        m_maker->dropEarlyWork();
+        QVERIFY(QTest::qWaitFor([&] { return ready >= 0; }, 30000));
+        QCOMPARE(ready, 0); // the dropped ones never ran, the running ones were let go
     }
 
     void onlyLocalFilesArePrepared()
