@@ -72,6 +72,19 @@ class PreviewMakerTest : public QObject {
         return outcome.value ? *outcome.value : Preview();
     }
 
+    // Photos IMG_<seed>.JPG for `count` seeds from `firstSeed`, settled and handed to prepare()
+    // in that order.
+    QList<QUrl> prepareSettled(int count, int firstSeed, QSize size = QSize(1200, 800))
+    {
+        QList<QUrl> files;
+        for (int seed = firstSeed; seed < firstSeed + count; ++seed)
+            files << write(QStringLiteral("IMG_%1.JPG").arg(seed), photo(std::uint32_t(seed), size));
+        letSettle();
+        for (const QUrl &file : std::as_const(files))
+            m_maker->prepare(file);
+        return files;
+    }
+
     bool waitForEarlyPreview(const QUrl &file)
     {
         return QTest::qWaitFor([&] { return m_maker->hasEarlyPreview(file); }, 30000);
@@ -224,12 +237,7 @@ private Q_SLOTS:
 
     void theOldestEarlyWorkGoesBeyondTheLimit()
     {
-        QList<QUrl> files;
-        for (int i = 0; i < PreviewMaker::earlyLimit + 4; ++i)
-            files << write(QStringLiteral("IMG_%1.JPG").arg(100 + i), photo(100 + i, QSize(320, 240)));
-        letSettle();
-        for (const QUrl &file : std::as_const(files))
-            m_maker->prepare(file);
+        const QList<QUrl> files = prepareSettled(PreviewMaker::earlyLimit + 4, 100, QSize(320, 240));
         // The first two were already decoding and the next two waiting when they were let go:
         // their jobs decode them afresh; the sixteen newest are used as made.
         for (const QUrl &file : std::as_const(files))
@@ -240,12 +248,7 @@ private Q_SLOTS:
 
     void droppedEarlyWorkIsDecodedOnDemand()
     {
-        QList<QUrl> files;
-        for (int i = 0; i < 4; ++i)
-            files << write(QStringLiteral("IMG_%1.JPG").arg(200 + i), photo(200 + i));
-        letSettle();
-        for (const QUrl &file : std::as_const(files))
-            m_maker->prepare(file);
+        const QList<QUrl> files = prepareSettled(4, 200);
         m_maker->dropEarlyWork();
         for (const QUrl &file : std::as_const(files))
             QCOMPARE(make(file), ImageResizer::createPreview(file));
@@ -267,12 +270,7 @@ private Q_SLOTS:
 
     void caughtUpWaitsUntilEveryDecodeHasStarted()
     {
-        QList<QUrl> files;
-        for (int i = 0; i < 4; ++i)
-            files << write(QStringLiteral("IMG_%1.JPG").arg(310 + i), photo(310 + i));
-        letSettle();
-        for (const QUrl &file : std::as_const(files))
-            m_maker->prepare(file); // two decoding, two waiting
+        const QList<QUrl> files = prepareSettled(4, 310); // two decoding, two waiting
         int ready = -1;
         countWhenCaughtUp(m_maker, files, &ready);
         QCOMPARE(ready, -1);
@@ -283,12 +281,7 @@ private Q_SLOTS:
 
     void caughtUpEndsWhenEarlyWorkIsDropped()
     {
-        QList<QUrl> files;
-        for (int i = 0; i < 4; ++i)
-            files << write(QStringLiteral("IMG_%1.JPG").arg(320 + i), photo(320 + i));
-        letSettle();
-        for (const QUrl &file : std::as_const(files))
-            m_maker->prepare(file);
+        const QList<QUrl> files = prepareSettled(4, 320);
         int ready = -1;
         countWhenCaughtUp(m_maker, files, &ready);
         m_maker->dropEarlyWork();
