@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "asyncsemaphore.h"
+#include "fatalchild.h"
 
 #include <QCoreApplication>
 #include <QCoroTask>
 #include <QCoroTimer>
 #include <QDeadlineTimer>
-#include <QProcess>
 #include <QSemaphore>
 #include <QTest>
 #include <QThread>
@@ -24,9 +24,6 @@
 #include <thread>
 #include <vector>
 
-#ifdef Q_OS_UNIX
-#include <sys/resource.h>
-#endif
 
 using namespace std::chrono_literals;
 
@@ -152,16 +149,11 @@ bool spinUntil(Condition condition, std::chrono::milliseconds timeout = 30s)
     return true;
 }
 
-constexpr const char *fatalModeVariable = "QUILLMERE_SEMAPHORE_FATAL_MODE";
-
 // Runs in a child process: the paths that must stop the process cannot be exercised in the
 // test process itself.
 int runFatalChild(const QByteArray &mode)
 {
-#ifdef Q_OS_UNIX
-    const rlimit noCore{0, 0};
-    setrlimit(RLIMIT_CORE, &noCore); // the abort is expected; no core file for it
-#endif
+    FatalChild::expectAbort();
     constexpr qint64 most = std::numeric_limits<qint64>::max();
     if (mode == "at-most") {
         AsyncSemaphore semaphore(most);
@@ -180,26 +172,6 @@ int runFatalChild(const QByteArray &mode)
         return 0;
     }
     return 2;
-}
-
-struct ChildResult {
-    QProcess::ExitStatus status;
-    int exitCode;
-    QByteArray output;
-    QByteArray errors;
-};
-
-ChildResult runChild(const QByteArray &mode)
-{
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(fatalModeVariable), QString::fromLatin1(mode));
-    child.setProcessEnvironment(environment);
-    child.start(QCoreApplication::applicationFilePath(), {});
-    if (!child.waitForFinished(120'000))
-        child.kill();
-    return {child.exitStatus(), child.exitCode(), child.readAllStandardOutput(),
-            child.readAllStandardError()};
 }
 
 } // namespace
@@ -493,7 +465,7 @@ private Q_SLOTS:
 
     void countAtItsMostIsFine()
     {
-        const ChildResult child = runChild("at-most");
+        const FatalChild::Result child = FatalChild::run("at-most");
         QCOMPARE(child.status, QProcess::NormalExit);
         QCOMPARE(child.exitCode, 0);
         QCOMPARE(child.output.trimmed(),
@@ -502,7 +474,7 @@ private Q_SLOTS:
 
     void counterOverflowStopsTheProcess()
     {
-        const ChildResult child = runChild("overflow");
+        const FatalChild::Result child = FatalChild::run("overflow");
         QCOMPARE(child.status, QProcess::CrashExit);
         QVERIFY(!child.output.contains("still alive"));
         QVERIFY2(child.errors.contains("permit counter overflowed"), child.errors.constData());
@@ -510,7 +482,7 @@ private Q_SLOTS:
 
     void negativeLimitStopsTheProcess()
     {
-        const ChildResult child = runChild("negative");
+        const FatalChild::Result child = FatalChild::run("negative");
         QCOMPARE(child.status, QProcess::CrashExit);
         QVERIFY(!child.output.contains("still alive"));
         QVERIFY2(child.errors.contains("must not be negative"), child.errors.constData());
@@ -519,8 +491,7 @@ private Q_SLOTS:
 
 int main(int argc, char **argv)
 {
-    const QByteArray fatalMode = qgetenv(fatalModeVariable);
-    if (!fatalMode.isEmpty())
+    if (const QByteArray fatalMode = FatalChild::mode(); !fatalMode.isEmpty())
         return runFatalChild(fatalMode);
 
     QCoreApplication app(argc, argv);
