@@ -2,92 +2,41 @@
 // The watcher's early word that a candidate has stopped changing: said once per modification
 // time, a fifth of a second after the last write and before the hand-over, which itself still
 // waits for the full second.
-#include "folderwatcher.h"
 #include "photofiles.h"
+#include "watchfoldertest.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
 #include <QTest>
 
-#include <memory>
-
-namespace {
-
-qint64 now()
-{
-    return QDateTime::currentMSecsSinceEpoch();
-}
-
-qint64 modifiedAt(const QString &path)
-{
-    return QFileInfo(path).lastModified().toMSecsSinceEpoch();
-}
-
-struct Event {
-    QString name;
-    qint64 at;
-};
-
-} // namespace
-
-class FolderWatcherQuietTest : public QObject {
+class FolderWatcherQuietTest : public WatchFolderTest {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> m_root;
-    QString m_folder;
-    std::unique_ptr<FolderWatcher> m_watcher;
-    QList<Event> m_quiet;
-    QList<Event> m_handed;
+    struct Quiet {
+        QString name;
+        qint64 at;
+    };
+    QList<Quiet> m_quiet;
 
-    QString path(const QString &name) const { return m_folder + QLatin1Char('/') + name; }
-
+    // Once per test function, so also where the record of what was said starts afresh.
     void startWatcher(bool notifications = true)
     {
-        const QUrl folder = QUrl::fromLocalFile(m_folder);
-        m_watcher = std::make_unique<FolderWatcher>(
-            folder, [this](const QUrl &file) { m_handed.append({file.fileName(), now()}); },
-            FolderWatcher::listFiles(folder));
-        connect(m_watcher.get(), &FolderWatcher::candidateQuiet, this,
+        m_quiet.clear();
+        FolderWatcher &watcher = makeWatcher(notifications);
+        connect(&watcher, &FolderWatcher::candidateQuiet, this,
                 [this](const QUrl &file) { m_quiet.append({file.fileName(), now()}); });
-        m_watcher->setNotificationsEnabled(notifications);
-        m_watcher->start();
+        watcher.start();
     }
 
-    static QStringList names(const QList<Event> &events)
+    QStringList quietNames() const
     {
-        QStringList list;
-        for (const Event &event : events)
-            list.append(event.name);
-        return list;
-    }
-
-    static void addModes()
-    {
-        QTest::addColumn<bool>("notifications");
-        QTest::newRow("notifications") << true;
-        QTest::newRow("polling") << false;
+        QStringList names;
+        for (const Quiet &quiet : m_quiet)
+            names.append(quiet.name);
+        return names;
     }
 
 private Q_SLOTS:
-    void init()
-    {
-        m_root = std::make_unique<QTemporaryDir>();
-        QVERIFY(m_root->isValid());
-        m_folder = m_root->filePath(QStringLiteral("shoot"));
-        QVERIFY(QDir().mkpath(m_folder));
-        m_quiet.clear();
-        m_handed.clear();
-    }
-
-    void cleanup()
-    {
-        m_watcher.reset();
-        m_root.reset();
-    }
-
     void saidOnceBetweenTheLastWriteAndTheHandOver_data() { addModes(); }
     void saidOnceBetweenTheLastWriteAndTheHandOver()
     {
@@ -99,8 +48,8 @@ private Q_SLOTS:
         const qint64 modified = modifiedAt(path(QStringLiteral("IMG_0001.JPG")));
         QTRY_COMPARE_WITH_TIMEOUT(m_handed.size(), 1, 5000);
         QTest::qWait(1200);
-        QCOMPARE(names(m_quiet), QStringList{QStringLiteral("IMG_0001.JPG")});
-        QCOMPARE(names(m_handed), QStringList{QStringLiteral("IMG_0001.JPG")});
+        QCOMPARE(quietNames(), QStringList{QStringLiteral("IMG_0001.JPG")});
+        QCOMPARE(handedNames(), QStringList{QStringLiteral("IMG_0001.JPG")});
         QVERIFY2(m_quiet[0].at >= modified + FolderWatcher::quietAfterMilliseconds,
                  qPrintable(QStringLiteral("said %1 ms after the write").arg(m_quiet[0].at - modified)));
         QVERIFY(m_quiet[0].at < m_handed[0].at);
@@ -121,7 +70,7 @@ private Q_SLOTS:
         const qint64 modified = modifiedAt(photo);
         QTRY_COMPARE_WITH_TIMEOUT(m_handed.size(), 1, 5000);
         QTest::qWait(1200);
-        QCOMPARE(names(m_quiet), (QStringList{QStringLiteral("IMG_0002.JPG"), QStringLiteral("IMG_0002.JPG")}));
+        QCOMPARE(quietNames(), (QStringList{QStringLiteral("IMG_0002.JPG"), QStringLiteral("IMG_0002.JPG")}));
         QVERIFY(m_quiet[1].at >= modified + FolderWatcher::quietAfterMilliseconds);
         QCOMPARE(m_handed.size(), 1);
         QVERIFY(m_handed[0].at > modified + 1000);
@@ -139,8 +88,8 @@ private Q_SLOTS:
         QVERIFY(PhotoFiles::writeFile(path(QStringLiteral("IMG_0003.JPG")), "a photo"));
         QTRY_COMPARE_WITH_TIMEOUT(m_handed.size(), 1, 5000);
         QTest::qWait(1500);
-        QCOMPARE(names(m_quiet), QStringList{QStringLiteral("IMG_0003.JPG")});
-        QCOMPARE(names(m_handed), QStringList{QStringLiteral("IMG_0003.JPG")});
+        QCOMPARE(quietNames(), QStringList{QStringLiteral("IMG_0003.JPG")});
+        QCOMPARE(handedNames(), QStringList{QStringLiteral("IMG_0003.JPG")});
     }
 
     void notSaidOfAPhotoThatIsReadyWhenItAppears()
