@@ -1,39 +1,20 @@
 // SPDX-License-Identifier: MIT
+// Previews of JPEG photos: the size table, the decode scale, and how close the scaled picture
+// comes to an exact Lanczos resampling.
 #include "imageresizer.h"
 #include "jpegpreview.h"
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "photoreference.h"
-#include "rawdngwriter.h"
-#include "rawpreview.h"
+#include "previewfixture.h"
 #include "resampler.h"
 
-#include <QDir>
-#include <QFile>
-#include <QHash>
 #include <QImageWriter>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
-#include <array>
 #include <cmath>
-#include <cstring>
-#include <future>
 
 namespace {
-
-// Qt maps PNG quality 100 to no deflate compression: big files, quickly written and read.
-constexpr int fastPng = 100;
-
-QImage previewOf(const QString &path) {
-    const std::optional<QByteArray> preview =
-        ImageResizer::createPreview(QUrl::fromLocalFile(path));
-    return preview ? PhotoFiles::decodeJpeg(*preview) : QImage();
-}
-
-QImage mirrored(const QImage &image) {
-    return image.mirrored(true, false);
-}
 
 QImage resampled(const QImage &grey, QSize target, ResampleKernels kernels) {
     QImage out(target, QImage::Format_Grayscale8);
@@ -47,12 +28,10 @@ QImage resampled(const QImage &grey, QSize target, ResampleKernels kernels) {
 
 } // namespace
 
-class TestImageResizer : public QObject {
+class TestImageResizer : public PreviewFixture {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { QVERIFY(m_dir.isValid()); }
-
     void previewSizes_data();
     void previewSizes();
     void jpegScaleIsTheSmallestCoveringTheTarget_data();
@@ -63,41 +42,6 @@ private slots:
     void resamplerMatchesExactLanczos_data();
     void resamplerMatchesExactLanczos();
     void vectorKernelsMatchPortableKernels();
-    void rawPreviewSources_data();
-    void rawPreviewSources();
-    void sampleDngIsDevelopedAtFullSize();
-    void unreadableFilesGiveNothing_data();
-    void unreadableFilesGiveNothing();
-    void cmykJpegReadsLikeQtReadsIt();
-    void multiPageTiffGivesTheFirstPage();
-    void sixteenBitFilesKeepTheirPicture_data();
-    void sixteenBitFilesKeepTheirPicture();
-    void pngAlphaIsComposedOverBlack();
-    void exifOrientationIsIgnored();
-    void hundredMegapixelJpeg();
-    void pngBeyondQtsDefaultAllocationLimit();
-    void concurrentPreviewsAreIndependent();
-
-private:
-    // Photographic pictures are the slow part of these tests; each is drawn once.
-    const QImage &scene(QSize size, std::uint32_t seed) {
-        const QString key =
-            QStringLiteral("%1x%2/%3").arg(size.width()).arg(size.height()).arg(seed);
-        auto found = m_scenes.find(key);
-        if (found == m_scenes.end())
-            found = m_scenes.insert(key, PhotoGenerator(size, seed).image8());
-        return *found;
-    }
-    QString path(const QString &name) const { return m_dir.filePath(name); }
-    QString write(const QString &name, const QByteArray &bytes) const {
-        const QString file = path(name);
-        return PhotoFiles::writeFile(file, bytes) ? file : QString();
-    }
-
-    QTemporaryDir m_dir;
-    QHash<QString, QImage> m_scenes;
-    QImage m_deep;
-    QImage m_deepReference;
 };
 
 void TestImageResizer::previewSizes_data() {
@@ -225,242 +169,6 @@ void TestImageResizer::vectorKernelsMatchPortableKernels() {
         const QImage portable = resampled(grey, target, ResampleKernels::portable());
         QVERIFY(!vector.isNull());
         QCOMPARE(vector, portable);
-    }
-}
-
-void TestImageResizer::rawPreviewSources_data() {
-    // Wide, short sensors: the width decides every path, and fewer rows keep the test quick.
-    QTest::addColumn<QSize>("sensor");
-    QTest::addColumn<QSize>("embedded"); // no JPEG when empty
-    QTest::addColumn<int>("source");
-    QTest::newRow("full-size JPEG, like CR3 and NEF")
-        << QSize(4000, 1500) << QSize(4000, 1500) << int(RawPreview::Source::EmbeddedJpeg);
-    QTest::newRow("JPEG a camera's margin smaller")
-        << QSize(4000, 1500) << QSize(3984, 1494) << int(RawPreview::Source::EmbeddedJpeg);
-    QTest::newRow("JPEG narrower than the preview")
-        << QSize(4000, 1500) << QSize(1620, 608) << int(RawPreview::Source::HalfSizeRaw);
-    QTest::newRow("thumbnail only")
-        << QSize(4000, 1500) << QSize() << int(RawPreview::Source::HalfSizeRaw);
-    QTest::newRow("half size would be too narrow")
-        << QSize(2400, 900) << QSize() << int(RawPreview::Source::FullSizeRaw);
-}
-
-void TestImageResizer::rawPreviewSources() {
-    QFETCH(QSize, sensor);
-    QFETCH(QSize, embedded);
-    QFETCH(int, source);
-    // The embedded JPEG shows the scene mirrored, so the preview tells where it came from.
-    const QImage &sensed = scene(sensor, 21);
-    const QByteArray jpeg =
-        embedded.isEmpty()
-            ? QByteArray()
-            : PhotoFiles::encodeJpeg(mirrored(sensed).scaled(embedded, Qt::IgnoreAspectRatio,
-                                                             Qt::SmoothTransformation),
-                                     92);
-    const QString file = path("camera.dng");
-    QVERIFY(RawDngWriter::write(file, sensed, sensed.scaledToWidth(256), jpeg));
-
-    RawPreview raw(file);
-    QVERIFY(raw.isRaw());
-    QCOMPARE(raw.developedSize(), sensor);
-    const std::optional<QByteArray> preview = raw.render();
-    QVERIFY(preview.has_value());
-    QCOMPARE(int(raw.source()), source);
-    const QImage picture = PhotoFiles::decodeJpeg(*preview);
-    QCOMPARE(picture.size(), QSize(2000, sensor.height() * 2000 / sensor.width()));
-    const QImage shown =
-        source == int(RawPreview::Source::EmbeddedJpeg) ? mirrored(sensed) : sensed;
-    const double correlation = PhotoReference::lumaCorrelation(picture, shown);
-    QVERIFY2(correlation > 0.95, qPrintable(QString::number(correlation)));
-    QVERIFY(ImageResizer::createPreview(QUrl::fromLocalFile(file)) == preview);
-}
-
-void TestImageResizer::sampleDngIsDevelopedAtFullSize() {
-    // A real phone DNG whose only embedded JPEG is 256 x 144: the raw data must be developed.
-    const QString file = QStringLiteral(QUILLMERE_SAMPLES_DIR "/lg-g4-600x338.dng");
-    RawPreview raw(file);
-    QVERIFY(raw.isRaw());
-    QCOMPARE(raw.developedSize(), QSize(600, 338));
-    const std::optional<QByteArray> preview = raw.render();
-    QVERIFY(preview.has_value());
-    QCOMPARE(raw.source(), RawPreview::Source::FullSizeRaw);
-    const QImage picture = PhotoFiles::decodeJpeg(*preview);
-    QCOMPARE(picture.size(), QSize(600, 338));
-    // A developed photo, not a flat or black frame: a park under clouds.
-    const auto mean = PhotoReference::meanColour(picture, picture.rect());
-    QVERIFY(mean[0] > 60 && mean[0] < 200 && mean[1] > 60 && mean[1] < 200);
-    QVERIFY(PhotoReference::lumaSpread(picture) > 25.0);
-}
-
-void TestImageResizer::unreadableFilesGiveNothing_data() {
-    const QImage &picture = scene({1200, 800}, 2);
-    const QByteArray jpeg = PhotoFiles::encodeJpeg(picture, 90);
-    QVERIFY(picture.save(path("whole.png"), "PNG"));
-    QVERIFY(PhotoFiles::writeTiff(path("whole.tif"), {picture}, 8));
-    QVERIFY(RawDngWriter::write(path("whole.dng"), picture, picture.scaled(256, 171), jpeg));
-    const auto readAll = [this](const QString &name) {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    };
-    QByteArray corrupt = jpeg;
-    corrupt.replace(corrupt.size() / 2, 2, "\xFF\xD0"); // a marker in the middle of the scan
-    QByteArray zeroHeight = PhotoFiles::encodeGradientJpeg({64, 48}, 90);
-    const qsizetype frame = zeroHeight.indexOf("\xFF\xC0");
-    zeroHeight[frame + 5] = 0;
-    zeroHeight[frame + 6] = 0;
-
-    QTest::addColumn<QString>("file");
-    QTest::newRow("missing") << path("missing.jpg");
-    QTest::newRow("folder named like a photo")
-        << (QDir(m_dir.path()).mkdir("album.jpg") ? path("album.jpg") : QString());
-    QTest::newRow("empty") << write("empty.jpg", {});
-    QTest::newRow("text") << write("notes.jpg", "These are not the pixels you are looking for.\n");
-    QTest::newRow("truncated jpeg") << write("cut.jpg", jpeg.left(jpeg.size() / 2));
-    QTest::newRow("corrupt jpeg") << write("corrupt.jpg", corrupt);
-    QTest::newRow("zero-height jpeg") << write("zero.jpg", zeroHeight);
-    QTest::newRow("truncated png") << write("cut.png", readAll("whole.png").chopped(2000));
-    QTest::newRow("truncated tiff") << write("cut.tif", readAll("whole.tif").chopped(900000));
-    QTest::newRow("truncated dng") << write("cut.dng", readAll("whole.dng").left(1500000));
-}
-
-void TestImageResizer::unreadableFilesGiveNothing() {
-    QFETCH(QString, file);
-    QVERIFY(!file.isEmpty());
-    QVERIFY(!ImageResizer::createPreview(QUrl::fromLocalFile(file)).has_value());
-}
-
-void TestImageResizer::cmykJpegReadsLikeQtReadsIt() {
-    // Print shops send CMYK; stored the Adobe way, (255, 128, 0, 255) is an orange.
-    const QString file =
-        write("print.jpg", PhotoFiles::encodeCmykJpeg({2400, 1600}, {255, 128, 0, 255}, 95));
-    const QImage preview = previewOf(file);
-    QCOMPARE(preview.size(), QSize(2000, 1333));
-    const auto ours = PhotoReference::meanColour(preview, preview.rect());
-    const QImage qt(file);
-    QVERIFY(!qt.isNull());
-    const auto theirs = PhotoReference::meanColour(qt, qt.rect());
-    const std::array<double, 3> orange{255, 128, 0};
-    for (std::size_t c = 0; c < 3; ++c) {
-        QVERIFY2(std::abs(ours[c] - orange[c]) < 4, qPrintable(QString::number(ours[c])));
-        QVERIFY2(std::abs(ours[c] - theirs[c]) < 3, qPrintable(QString::number(theirs[c])));
-    }
-}
-
-void TestImageResizer::multiPageTiffGivesTheFirstPage() {
-    QImage first(2400, 1600, QImage::Format_RGB888);
-    first.fill(QColor(200, 40, 30));
-    QImage second(3000, 2000, QImage::Format_RGB888);
-    second.fill(QColor(20, 60, 220));
-    const QString file = path("pages.tif");
-    QVERIFY(PhotoFiles::writeTiff(file, {first, second}, 8));
-    const QImage preview = previewOf(file);
-    QCOMPARE(preview.size(), QSize(2000, 1333));
-    const auto mean = PhotoReference::meanColour(preview, preview.rect());
-    QVERIFY(std::abs(mean[0] - 200) < 4 && std::abs(mean[1] - 40) < 4 &&
-            std::abs(mean[2] - 30) < 4);
-}
-
-void TestImageResizer::sixteenBitFilesKeepTheirPicture_data() {
-    QTest::addColumn<QString>("format");
-    QTest::newRow("tiff") << "tif";
-    QTest::newRow("png") << "png";
-}
-
-void TestImageResizer::sixteenBitFilesKeepTheirPicture() {
-    // Reading the wrong byte of each sample would leave noise; rounding to 8 bits must not.
-    QFETCH(QString, format);
-    // Both rows share the picture and its yardstick, the slow parts.
-    if (m_deep.isNull()) {
-        m_deep = PhotoGenerator({2400, 1600}, 13).image16();
-        m_deepReference =
-            PhotoReference::lanczos3(m_deep.convertToFormat(QImage::Format_RGB888), {2000, 1333});
-    }
-    const QImage &deep = m_deep;
-    const QImage &reference = m_deepReference;
-    const QString file = path("deep." + format);
-    QVERIFY(format == "png" ? deep.save(file, "PNG", fastPng)
-                            : PhotoFiles::writeTiff(file, {deep}, 16));
-    const QImage preview = previewOf(file);
-    QCOMPARE(preview.size(), reference.size());
-    const double psnr = PhotoReference::psnr(preview, reference);
-    qInfo("%s: PSNR %.2f dB", QTest::currentDataTag(), psnr);
-    QVERIFY2(psnr >= 36.0, qPrintable(QString::number(psnr)));
-}
-
-void TestImageResizer::pngAlphaIsComposedOverBlack() {
-    // The preview has no alpha: like drawing into an opaque bitmap, transparency turns black.
-    QImage picture(3000, 900, QImage::Format_ARGB32);
-    picture.fill(qRgba(220, 30, 30, 255));
-    for (int y = 0; y < 900; ++y)
-        for (int x = 1000; x < 3000; ++x)
-            picture.setPixel(x, y, x < 2000 ? qRgba(40, 60, 240, 128) : qRgba(30, 220, 30, 0));
-    const QString file = path("alpha.png");
-    QVERIFY(picture.save(file, "PNG", fastPng));
-    const QImage preview = previewOf(file);
-    QCOMPARE(preview.size(), QSize(2000, 600));
-    const std::array<std::array<double, 3>, 3> expected{{{220, 30, 30}, {20, 30, 120}, {0, 0, 0}}};
-    for (int part = 0; part < 3; ++part) {
-        const auto mean =
-            PhotoReference::meanColour(preview, QRect(part * 667 + 100, 100, 400, 400));
-        for (int c = 0; c < 3; ++c)
-            QVERIFY2(std::abs(mean[std::size_t(c)] - expected[std::size_t(part)][std::size_t(c)]) <
-                         5,
-                     qPrintable(QStringLiteral("part %1 channel %2: %3")
-                                    .arg(part)
-                                    .arg(c)
-                                    .arg(mean[std::size_t(c)])));
-    }
-}
-
-void TestImageResizer::exifOrientationIsIgnored() {
-    // Orientation 6 asks viewers to turn the picture upright; the preview keeps the stored grid.
-    QImage picture(3000, 1500, QImage::Format_RGB888);
-    picture.fill(QColor(210, 40, 40));
-    for (int y = 0; y < 1500; ++y)
-        std::memset(picture.scanLine(y) + 1500 * 3, 40, 1500 * 3);
-    const QByteArray jpeg = PhotoFiles::withExifOrientation(PhotoFiles::encodeJpeg(picture, 92), 6);
-    const QImage preview = previewOf(write("turned.jpg", jpeg));
-    QCOMPARE(preview.size(), QSize(2000, 1000));
-    QVERIFY(PhotoReference::meanColour(preview, QRect(100, 100, 400, 400))[0] > 180);
-    QVERIFY(PhotoReference::meanColour(preview, QRect(1500, 100, 400, 400))[0] < 60);
-}
-
-void TestImageResizer::hundredMegapixelJpeg() {
-    const QString file = write("huge.jpg", PhotoFiles::encodeGradientJpeg({12240, 8160}, 90));
-    QCOMPARE(previewOf(file).size(), QSize(2000, 1333));
-}
-
-void TestImageResizer::pngBeyondQtsDefaultAllocationLimit() {
-    // 34 MP decode to 135 MB of 32-bit pixels, over the 128 MB that Qt 6.4's readers refuse by
-    // default; a 100 MP photo needs 400 MB.
-    QImage picture(5800, 5800, QImage::Format_RGB32);
-    picture.fill(QColor(90, 140, 200));
-    const QString file = path("big.png");
-    QVERIFY(picture.save(file, "PNG", fastPng));
-    picture = QImage();
-    const QImage preview = previewOf(file);
-    QCOMPARE(preview.size(), QSize(2000, 2000));
-    const auto mean = PhotoReference::meanColour(preview, preview.rect());
-    QVERIFY(std::abs(mean[0] - 90) < 3 && std::abs(mean[1] - 140) < 3 &&
-            std::abs(mean[2] - 200) < 3);
-}
-
-void TestImageResizer::concurrentPreviewsAreIndependent() {
-    // Two previews at once, as the upload pipeline runs them, give what each gives alone.
-    const QString jpeg = write("one.jpg", PhotoFiles::encodeJpeg(scene({2400, 1600}, 5), 92));
-    const QString tiff = path("two.tif");
-    QVERIFY(PhotoFiles::writeTiff(tiff, {scene({1200, 800}, 2)}, 8));
-    const auto alone = [](const QString &file) {
-        return ImageResizer::createPreview(QUrl::fromLocalFile(file));
-    };
-    const auto first = alone(jpeg);
-    const auto second = alone(tiff);
-    QVERIFY(first && second);
-    for (int round = 0; round < 3; ++round) {
-        auto a = std::async(std::launch::async, alone, jpeg);
-        auto b = std::async(std::launch::async, alone, tiff);
-        QVERIFY(a.get() == first);
-        QVERIFY(b.get() == second);
     }
 }
 
