@@ -19,14 +19,19 @@ struct PreviewMaker::Work {
     bool finished = false;
     quint64 sequence = 0;
     Made made;
-    // Counts a permit for each waiter once the work is finished.
-    std::shared_ptr<AsyncSemaphore> finishedSignal = std::make_shared<AsyncSemaphore>(0);
-    qint64 waiters = 0;
+    WaitList waiters; // let through once the work is finished
 };
 
-PreviewMaker::PreviewMaker()
-    : m_caughtUpSignal(std::make_shared<AsyncSemaphore>(0))
+AsyncSemaphore::Awaiter PreviewMaker::WaitList::join()
 {
+    ++m_waiting;
+    return m_permits.wait();
+}
+
+void PreviewMaker::WaitList::releaseAll()
+{
+    for (; m_waiting > 0; --m_waiting)
+        m_permits.signal();
 }
 
 PreviewMaker::~PreviewMaker() = default;
@@ -74,8 +79,7 @@ QCoro::Task<std::optional<QByteArray>> PreviewMaker::make(QUrl file)
     if (early) {
         if (!early->finished) {
             early->claimed = true;
-            ++early->waiters;
-            co_await early->finishedSignal->wait();
+            co_await early->waiters.join();
         }
         // Equal stamps: nothing has written to the file since the early preview read it.
         if (early->made.stamp && FileStamp::of(path) == early->made.stamp) {
@@ -87,10 +91,10 @@ QCoro::Task<std::optional<QByteArray>> PreviewMaker::make(QUrl file)
     work->file = file;
     work->claimed = true;
     work->sequence = m_nextSequence++;
-    work->waiters = 1;
     m_waiting.push_back(work);
+    AsyncSemaphore::Awaiter finished = work->waiters.join();
     startWaitingWork();
-    co_await work->finishedSignal->wait();
+    co_await finished;
     co_return std::move(work->made.preview);
 }
 
@@ -106,17 +110,13 @@ QCoro::Task<> PreviewMaker::caughtUp()
     if (m_waiting.empty())
         co_return;
     const std::shared_ptr<PreviewMaker> self = shared_from_this();
-    const std::shared_ptr<AsyncSemaphore> signal = m_caughtUpSignal;
-    ++m_caughtUpWaiters;
-    co_await signal->wait();
+    co_await m_caughtUpWaiters.join();
 }
 
 void PreviewMaker::releaseCaughtUpWaiters()
 {
-    if (!m_waiting.empty())
-        return;
-    for (; m_caughtUpWaiters > 0; --m_caughtUpWaiters)
-        m_caughtUpSignal->signal();
+    if (m_waiting.empty())
+        m_caughtUpWaiters.releaseAll();
 }
 
 bool PreviewMaker::hasEarlyPreview(const QUrl &file) const
@@ -158,8 +158,7 @@ QCoro::Task<> PreviewMaker::run(std::shared_ptr<Work> work)
     work->made = co_await making;
     work->finished = true;
     --m_running;
-    for (qint64 i = 0; i < work->waiters; ++i)
-        work->finishedSignal->signal();
+    work->waiters.releaseAll();
     startWaitingWork();
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "asyncsemaphore.h"
 #include "filestamp.h"
 
 #include <QByteArray>
@@ -12,8 +13,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-
-class AsyncSemaphore;
 
 // Makes the previews of one session on the shared thread pool, never more than two at a time,
 // which bounds the memory that decoding full-size photos takes. It can also start on a photo
@@ -31,7 +30,7 @@ public:
     // dropped is simply decoded when its job asks.
     static constexpr qsizetype earlyLimit = 16;
 
-    PreviewMaker();
+    PreviewMaker() = default;
     PreviewMaker(const PreviewMaker &) = delete;
     PreviewMaker &operator=(const PreviewMaker &) = delete;
     ~PreviewMaker();
@@ -55,6 +54,17 @@ public:
     int peakDecodes() const { return m_peakDecodes; }
 
 private:
+    // Coroutines waiting for one moment, each let through once it has come. Its owner has to
+    // outlive the waiters, as a Work held by each waiter and the maker held by caughtUp() do.
+    class WaitList {
+    public:
+        [[nodiscard]] AsyncSemaphore::Awaiter join();
+        void releaseAll();
+
+    private:
+        AsyncSemaphore m_permits{0};
+        qint64 m_waiting = 0;
+    };
     struct Work;
     struct Made {
         std::optional<FileStamp> stamp; // an early preview's file as read; absent if unvouched
@@ -73,8 +83,6 @@ private:
     int m_running = 0;
     int m_peakDecodes = 0;
     qint64 m_reusedCount = 0;
-    // Counts a permit for each caughtUp() waiter once nothing is waiting.
-    std::shared_ptr<AsyncSemaphore> m_caughtUpSignal;
-    qint64 m_caughtUpWaiters = 0;
+    WaitList m_caughtUpWaiters; // let through once no decode is waiting
     quint64 m_nextSequence = 0;
 };

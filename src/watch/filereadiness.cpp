@@ -20,10 +20,17 @@ FileReadiness FileReadiness::of(const QString &path, qint64 now)
         return {};
     const QDateTime modified = info.lastModified();
     if (!modified.isValid())
-        return {true, std::nullopt, std::nullopt};
+        return {true, std::nullopt};
     // A modification time in the future (a camera clock running ahead) is simply not ready
     // until that moment has passed by more than a second.
-    const qint64 lastModified = modified.toMSecsSinceEpoch();
-    const qint64 readyFrom = lastModified + quietMilliseconds;
-    return {now >= readyFrom, readyFrom, lastModified};
+    FileReadiness readiness{false, modified.toMSecsSinceEpoch()};
+    readiness.ready = now >= *readiness.readyFrom();
+    return readiness;
+}
+
+std::optional<qint64> FileReadiness::readyFrom() const
+{
+    if (!lastModified)
+        return std::nullopt;
+    return *lastModified + quietMilliseconds;
 }

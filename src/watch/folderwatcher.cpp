@@ -214,25 +214,8 @@ void FolderWatcher::handOverReady(QStringList names)
         const QString path = folder.filePath(name);
         const FileReadiness readiness = FileReadiness::of(path, checkTime);
         if (!readiness.ready) {
-            if (!readiness.readyFrom) {
-                m_pending.remove(name); // only a poll can tell when it changes
-                continue;
-            }
-            const qint64 modified = *readiness.lastModified;
-            const qint64 quietFrom = modified + quietAfterMilliseconds;
-            const auto announced = m_announcedQuiet.constFind(name);
-            const bool toldAlready = announced != m_announcedQuiet.cend() && *announced == modified;
-            if (!toldAlready && checkTime < quietFrom) {
-                m_pending.insert(name, quietFrom);
-                continue;
-            }
-            m_pending.insert(name, *readiness.readyFrom);
-            if (!toldAlready) {
-                m_announcedQuiet.insert(name, modified);
-                Q_EMIT candidateQuiet(QUrl::fromLocalFile(path));
-                if (!alive || m_invalidated)
-                    return;
-            }
+            if (!followUp(name, path, readiness, checkTime))
+                return; // the receiver of candidateQuiet stopped or released the watcher
             continue;
         }
         m_pending.remove(name);
@@ -245,6 +228,31 @@ void FolderWatcher::handOverReady(QStringList names)
             return; // the handler stopped or released the watcher
     }
     scheduleReadyCheck();
+}
+
+bool FolderWatcher::followUp(const QString &name, const QString &path,
+                             const FileReadiness &readiness, qint64 checkTime)
+{
+    if (!readiness.lastModified) {
+        m_pending.remove(name); // only a poll can tell when it changes
+        return true;
+    }
+    const qint64 modified = *readiness.lastModified;
+    const auto announced = m_announcedQuiet.constFind(name);
+    if (announced != m_announcedQuiet.cend() && *announced == modified) {
+        m_pending.insert(name, *readiness.readyFrom());
+        return true;
+    }
+    const qint64 quietFrom = modified + quietAfterMilliseconds;
+    if (checkTime < quietFrom) {
+        m_pending.insert(name, quietFrom);
+        return true;
+    }
+    m_pending.insert(name, *readiness.readyFrom());
+    m_announcedQuiet.insert(name, modified);
+    const QPointer<FolderWatcher> alive(this);
+    Q_EMIT candidateQuiet(QUrl::fromLocalFile(path));
+    return alive && !m_invalidated;
 }
 
 void FolderWatcher::scheduleReadyCheck()

@@ -14,6 +14,7 @@
 
 class QFileSystemWatcher;
 class QTimer;
+struct FileReadiness;
 
 // Finds the photos the camera drops into the watch folder and hands each one over once, as
 // soon as it is completely written (non-empty and unmodified for more than a second). Polls
@@ -61,6 +62,10 @@ private:
     void checkPendingFiles();
     // Judges the given candidates in name order and hands over those that are ready.
     void handOverReady(QStringList names);
+    // A candidate not ready yet: when to look at it next, and candidateQuiet once it has been
+    // left alone long enough. False when the signal's receiver stopped or released the watcher.
+    bool followUp(const QString &name, const QString &path, const FileReadiness &readiness,
+                  qint64 checkTime);
     void scheduleReadyCheck();
     void watchFolderIfPresent();
 

@@ -6,25 +6,14 @@
 
 #include <QCoreApplication>
 #include <QCoroTask>
-#include <QCoroTimer>
-#include <QDeadlineTimer>
-#include <QSemaphore>
 #include <QTest>
-#include <QThread>
 
-#include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <coroutine>
 #include <cstdio>
 #include <functional>
-#include <latch>
 #include <limits>
 #include <memory>
-#include <mutex>
-#include <numeric>
-#include <thread>
-#include <vector>
 
 using namespace std::chrono_literals;
 

@@ -15,10 +15,8 @@
 #include <atomic>
 #include <chrono>
 #include <coroutine>
-#include <cstdio>
 #include <functional>
 #include <latch>
-#include <limits>
 #include <memory>
 #include <mutex>
 #include <numeric>

@@ -11,7 +11,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QImageWriter>
 #include <QTest>
 #include <QUrl>
 #include <array>

@@ -9,7 +9,6 @@
 #include "previewfixture.h"
 #include "resampler.h"
 
-#include <QImageWriter>
 #include <QTest>
 #include <QUrl>
 #include <cmath>

@@ -85,6 +85,15 @@ class PreviewMakerTest : public QObject {
         return files;
     }
 
+    // A photo written, settled and prepared, whose early preview is done; nothing on failure.
+    QUrl writeAndPrepare(const QString &name, const QByteArray &bytes)
+    {
+        const QUrl file = write(name, bytes);
+        letSettle();
+        m_maker->prepare(file);
+        return waitForEarlyPreview(file) ? file : QUrl();
+    }
+
     bool waitForEarlyPreview(const QUrl &file)
     {
         return QTest::qWaitFor([&] { return m_maker->hasEarlyPreview(file); }, 30000);
@@ -106,10 +115,8 @@ private Q_SLOTS:
 
     void anUnchangedFileGetsItsEarlyPreview()
     {
-        const QUrl file = write(QStringLiteral("IMG_0001.JPG"), photo(1));
-        letSettle();
-        m_maker->prepare(file);
-        QVERIFY(waitForEarlyPreview(file));
+        const QUrl file = writeAndPrepare(QStringLiteral("IMG_0001.JPG"), photo(1));
+        QVERIFY(!file.isEmpty());
         const Preview preview = make(file);
         QVERIFY(preview);
         QCOMPARE(*preview, *ImageResizer::createPreview(file));
@@ -131,10 +138,8 @@ private Q_SLOTS:
 
     void aFileWrittenAgainIsDecodedAfresh()
     {
-        const QUrl file = write(QStringLiteral("IMG_0003.JPG"), photo(3));
-        letSettle();
-        m_maker->prepare(file);
-        QVERIFY(waitForEarlyPreview(file));
+        const QUrl file = writeAndPrepare(QStringLiteral("IMG_0003.JPG"), photo(3));
+        QVERIFY(!file.isEmpty());
         const Preview before = ImageResizer::createPreview(file);
         QVERIFY(!write(QStringLiteral("IMG_0003.JPG"), photo(4)).isEmpty());
         const Preview preview = make(file);
@@ -148,11 +153,9 @@ private Q_SLOTS:
     {
         // Copying tools put the original modification time back; the change time still moves.
         const QByteArray bytes = photo(5);
-        const QUrl file = write(QStringLiteral("IMG_0005.JPG"), bytes);
+        const QUrl file = writeAndPrepare(QStringLiteral("IMG_0005.JPG"), bytes);
+        QVERIFY(!file.isEmpty());
         const QDateTime modified = QFileInfo(file.toLocalFile()).lastModified();
-        letSettle();
-        m_maker->prepare(file);
-        QVERIFY(waitForEarlyPreview(file));
         QVERIFY(!write(QStringLiteral("IMG_0005.JPG"), bytes).isEmpty());
         QFile rewritten(file.toLocalFile());
         QVERIFY(rewritten.open(QIODevice::Append));
@@ -174,14 +177,9 @@ private Q_SLOTS:
 
     void preparingAgainAfterAChangeReplacesTheEarlyPreview()
     {
-        const QUrl file = write(QStringLiteral("IMG_0007.JPG"), photo(7));
-        letSettle();
-        m_maker->prepare(file);
-        QVERIFY(waitForEarlyPreview(file));
-        QVERIFY(!write(QStringLiteral("IMG_0007.JPG"), photo(8)).isEmpty());
-        letSettle();
-        m_maker->prepare(file);
-        QVERIFY(waitForEarlyPreview(file));
+        const QUrl file = writeAndPrepare(QStringLiteral("IMG_0007.JPG"), photo(7));
+        QVERIFY(!file.isEmpty());
+        QCOMPARE(writeAndPrepare(QStringLiteral("IMG_0007.JPG"), photo(8)), file);
         QCOMPARE(make(file), ImageResizer::createPreview(file));
         QCOMPARE(m_maker->reusedCount(), 1);
         QCOMPARE(m_maker->peakDecodes(), 1);
@@ -189,10 +187,8 @@ private Q_SLOTS:
 
     void aVanishedFileHasNoPreview()
     {
-        const QUrl file = write(QStringLiteral("IMG_0009.JPG"), photo(9));
-        letSettle();
-        m_maker->prepare(file);
-        QVERIFY(waitForEarlyPreview(file));
+        const QUrl file = writeAndPrepare(QStringLiteral("IMG_0009.JPG"), photo(9));
+        QVERIFY(!file.isEmpty());
         QVERIFY(QFile::remove(file.toLocalFile()));
         QCOMPARE(make(file), Preview());
         QCOMPARE(m_maker->reusedCount(), 0);
@@ -200,10 +196,8 @@ private Q_SLOTS:
 
     void anUndecodableFileIsNotDecodedTwice()
     {
-        const QUrl file = write(QStringLiteral("IMG_0010.JPG"), QByteArray("\xFF\xD8\xFF not a photo"));
-        letSettle();
-        m_maker->prepare(file);
-        QVERIFY(waitForEarlyPreview(file));
+        const QUrl file = writeAndPrepare(QStringLiteral("IMG_0010.JPG"), QByteArray("\xFF\xD8\xFF not a photo"));
+        QVERIFY(!file.isEmpty());
         QCOMPARE(make(file), Preview());
         QCOMPARE(m_maker->reusedCount(), 1);
         QCOMPARE(m_maker->peakDecodes(), 1);
