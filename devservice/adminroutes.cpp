@@ -56,6 +56,7 @@ QJsonObject describe(Endpoint endpoint, const Fault &fault) {
         {"body", text(fault.body)},
         {"delay_ms", static_cast<qint64>(fault.delay.count())},
         {"member", text(fault.member)},
+        {"location", text(fault.location)},
     };
 }
 
@@ -103,6 +104,8 @@ void AdminRoutes::install(httplib::Server &server) {
     server.Post("/__admin/faults",
                 [this](const Request &req, Response &res) { addFault(req, res); });
     server.Get("/__admin/faults", [this](const Request &, Response &res) { listFaults(res); });
+    server.Get("/__admin/other-origin",
+               [this](const Request &, Response &res) { otherOrigin(res); });
     server.Delete("/__admin/faults", [this](const Request &, Response &res) {
         m_context.faults.clear();
         listFaults(res);
@@ -200,10 +203,20 @@ void AdminRoutes::addFault(const httplib::Request &request, httplib::Response &r
     fault.body = utf8(body->value("body").toString());
     fault.delay = std::chrono::milliseconds(body->value("delay_ms").toInteger(0));
     fault.member = utf8(body->value("member").toString());
+    fault.location = utf8(body->value("location").toString());
     if (const std::optional<std::string> problem = m_context.faults.add(*endpoint, fault))
         return HttpReplies::problem(response, 400, *problem);
     listFaults(response);
     response.status = 201;
+}
+
+void AdminRoutes::otherOrigin(httplib::Response &response) const {
+    QJsonArray list;
+    const std::vector<ReceivedRequest> received = m_context.log.listAtOtherOrigin();
+    for (std::size_t i = 0; i < received.size(); ++i)
+        list.append(describe(received[i], i));
+    HttpReplies::json(response, 200,
+                      QJsonObject{{"origin", text(m_context.otherOrigin)}, {"requests", list}});
 }
 
 void AdminRoutes::listFaults(httplib::Response &response) const {

@@ -6,7 +6,8 @@
 struct ServiceContext;
 
 // The test-only API under /__admin/: reset, what each endpoint received, stored objects,
-// sessions and their files, the next folder id, and planned faults. No token needed. README.md
+// sessions and their files, the next folder id, planned faults, and what reached the other
+// origin. No token needed. README.md
 // describes every call.
 class AdminRoutes {
 public:
@@ -22,6 +23,7 @@ private:
     void setNextFolderId(const httplib::Request &request, httplib::Response &response);
     void addFault(const httplib::Request &request, httplib::Response &response);
     void listFaults(httplib::Response &response) const;
+    void otherOrigin(httplib::Response &response) const;
 
     ServiceContext &m_context;
 };

@@ -59,6 +59,8 @@ QByteArray brokenReply(const Fault &fault, QJsonObject reply) {
     case Fault::Kind::status:
     case Fault::Kind::delay:
     case Fault::Kind::drop:
+    case Fault::Kind::redirect:
+    case Fault::Kind::uploadElsewhere:
         break;
     }
     return QJsonDocument(reply).toJson(QJsonDocument::Compact);
@@ -93,6 +95,13 @@ bool CallGate::answeredByFault(const std::optional<Fault> &fault, const httplib:
         response.set_content(fault->body, json  ? "application/json"
                                           : xml ? "application/xml"
                                                 : "text/plain");
+        return true;
+    }
+    if (fault->kind == Fault::Kind::redirect) {
+        response.status = fault->status;
+        response.set_header("Location", fault->location.empty()
+                                            ? m_context.otherOrigin + request.target
+                                            : fault->location);
         return true;
     }
     return false;

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::array<std::pair<Fault::Kind, std::string_view>, 9> kindNames{{
+constexpr std::array<std::pair<Fault::Kind, std::string_view>, 11> kindNames{{
     {Fault::Kind::status, "status"},
     {Fault::Kind::delay, "delay"},
     {Fault::Kind::drop, "drop"},
@@ -19,6 +19,8 @@ constexpr std::array<std::pair<Fault::Kind, std::string_view>, 9> kindNames{{
     {Fault::Kind::hostAbsent, "host_absent"},
     {Fault::Kind::hostNull, "host_null"},
     {Fault::Kind::hostEmpty, "host_empty"},
+    {Fault::Kind::redirect, "redirect"},
+    {Fault::Kind::uploadElsewhere, "upload_elsewhere"},
 }};
 
 // The members of each success reply a client decodes; the others' bodies are read by nobody.
@@ -72,6 +74,14 @@ std::optional<std::string> problemWith(Endpoint endpoint, const Fault &fault) {
     case Fault::Kind::hostEmpty:
         if (endpoint != Endpoint::presign)
             return "only presign replies carry a host";
+        return std::nullopt;
+    case Fault::Kind::redirect:
+        if (fault.status < 300 || fault.status > 399)
+            return "a redirect's status must be from 300 to 399";
+        return std::nullopt;
+    case Fault::Kind::uploadElsewhere:
+        if (endpoint != Endpoint::presign)
+            return "only presign replies say where the upload goes";
         return std::nullopt;
     }
     return "unknown kind";

@@ -15,15 +15,17 @@
 // One way for an endpoint to misbehave, for a number of calls.
 struct Fault {
     enum class Kind {
-        status,        // answer with `status` and `body` instead of doing anything
-        delay,         // answer as usual, only later
-        drop,          // close the connection without a word
-        malformedJson, // do the work, then send a success reply that isn't JSON
-        wrongType,     // do the work, then send `member` as a value of another JSON type
-        missingMember, // do the work, then leave `member` out of the reply
-        hostAbsent,    // presign: no "host" member
-        hostNull,      // presign: "host": null
-        hostEmpty,     // presign: "host": ""
+        status,          // answer with `status` and `body` instead of doing anything
+        delay,           // answer as usual, only later
+        drop,            // close the connection without a word
+        malformedJson,   // do the work, then send a success reply that isn't JSON
+        wrongType,       // do the work, then send `member` as a value of another JSON type
+        missingMember,   // do the work, then leave `member` out of the reply
+        hostAbsent,      // presign: no "host" member
+        hostNull,        // presign: "host": null
+        hostEmpty,       // presign: "host": ""
+        redirect,        // answer `status` (3xx) with `location` instead of doing anything
+        uploadElsewhere, // presign: the upload goes to the other origin, and "method" says PUT
     };
 
     Kind kind = Kind::status;
@@ -32,6 +34,7 @@ struct Fault {
     std::string body;
     std::chrono::milliseconds delay{0}; // waited first, whatever the kind
     std::string member;                 // a reply member, or "fields.<name>" inside presign's
+    std::string location; // a redirect's target; empty: the call's own target at the other origin
 
     static std::optional<Kind> kindNamed(std::string_view name);
     static std::string_view kindName(Kind kind);

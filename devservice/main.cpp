@@ -25,16 +25,20 @@
 namespace {
 
 constexpr std::size_t workerThreads = 48;
+// The other origin only sees what a test sends it on purpose, or what a client should not send.
+constexpr std::size_t otherOriginWorkerThreads = 8;
 constexpr std::size_t workerStackBytes = 32 * 1024 * 1024;
 
-std::unique_ptr<httplib::Server> makeServer(const Options &options) {
+// `arrivals`, when given, records every request before it is routed, whatever its path.
+std::unique_ptr<httplib::Server> makeServer(const Options &options, std::size_t threads,
+                                            RequestLog *arrivals) {
     std::unique_ptr<httplib::Server> server;
     if (options.tls())
         server = std::make_unique<httplib::SSLServer>(options.tlsCertificate.c_str(),
                                                       options.tlsKey.c_str());
     else
         server = std::make_unique<httplib::Server>();
-    server->new_task_queue = [] { return new WorkerPool(workerThreads, workerStackBytes); };
+    server->new_task_queue = [threads] { return new WorkerPool(threads, workerStackBytes); };
     server->set_keep_alive_max_count(100);
     server->set_keep_alive_timeout(3);
     server->set_read_timeout(30);
@@ -43,10 +47,13 @@ std::unique_ptr<httplib::Server> makeServer(const Options &options) {
     // httplib compresses every JSON reply with brotli at its slowest setting, milliseconds of
     // CPU for a few dozen bytes, on the machine the client under test runs on. Replies go out
     // as they are: the header is dropped before any handler sees, or records, the request.
-    server->set_pre_routing_handler([](const httplib::Request &request, httplib::Response &) {
-        const_cast<httplib::Request &>(request).headers.erase("Accept-Encoding");
-        return httplib::Server::HandlerResponse::Unhandled;
-    });
+    server->set_pre_routing_handler(
+        [arrivals](const httplib::Request &request, httplib::Response &) {
+            const_cast<httplib::Request &>(request).headers.erase("Accept-Encoding");
+            if (arrivals)
+                arrivals->addAtOtherOrigin(ReceivedRequest::from(request));
+            return httplib::Server::HandlerResponse::Unhandled;
+        });
     return server;
 }
 
@@ -54,6 +61,10 @@ int bind(httplib::Server &server, const Options &options) {
     if (options.port == 0)
         return server.bind_to_any_port(options.host);
     return server.bind_to_port(options.host, options.port) ? options.port : -1;
+}
+
+std::string originOf(const Options &options, int port) {
+    return (options.tls() ? "https://" : "http://") + options.host + ':' + std::to_string(port);
 }
 
 } // namespace
@@ -84,8 +95,13 @@ int main(int argc, char **argv) {
         dataDir = temporaryDir->path().toStdString();
     }
 
-    const std::unique_ptr<httplib::Server> server = makeServer(*options);
-    if (!server->is_valid()) {
+    RequestLog log;
+    const std::unique_ptr<httplib::Server> server = makeServer(*options, workerThreads, nullptr);
+    // The same service and object store on another port: another origin, as a second host or
+    // a proxy in front of the service would be, for the tests of where a client sends what.
+    const std::unique_ptr<httplib::Server> otherServer =
+        makeServer(*options, otherOriginWorkerThreads, &log);
+    if (!server->is_valid() || !otherServer->is_valid()) {
         std::fprintf(stderr, "devservice: the TLS certificate or key can't be used\n");
         return 1;
     }
@@ -95,31 +111,47 @@ int main(int argc, char **argv) {
                      options->port);
         return 1;
     }
+    const int otherPort = otherServer->bind_to_any_port(options->host);
+    if (otherPort <= 0) {
+        std::fprintf(stderr, "devservice: can't listen on a second port of %s\n",
+                     options->host.c_str());
+        return 1;
+    }
 
     const std::string authority = options->host + ':' + std::to_string(port);
     ServiceState state(dataDir);
-    RequestLog log;
     FaultPlan faults;
-    ServiceContext context{state, log, faults,
-                           (options->tls() ? "https://" : "http://") + authority,
+    ServiceContext context{state,
+                           log,
+                           faults,
+                           originOf(*options, port),
+                           originOf(*options, otherPort),
                            options->publicHost.empty() ? authority : options->publicHost};
     ServiceRoutes service(context);
     StorageRoutes storage(context);
     GalleryRoutes gallery(context);
     AdminRoutes admin(context);
-    service.install(*server);
-    storage.install(*server);
+    for (httplib::Server *listener : {server.get(), otherServer.get()}) {
+        service.install(*listener);
+        storage.install(*listener);
+    }
     gallery.install(*server);
     admin.install(*server);
 
     std::atomic<bool> finished = false;
+    std::atomic<bool> otherFinished = false;
+    std::thread otherListener([&] {
+        otherServer->listen_after_bind();
+        otherFinished = true;
+    });
     std::thread signalWaiter([&] {
         int signal = 0;
         sigwait(&stopSignals, &signal);
         faults.interruptWaits();
         // A signal that comes before listening has begun would find nothing to stop.
-        while (!finished) {
+        while (!finished || !otherFinished) {
             server->stop();
+            otherServer->stop();
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     });
@@ -131,6 +163,7 @@ int main(int argc, char **argv) {
     finished = true;
     kill(getpid(), SIGTERM); // lets the waiter go if no signal came
     signalWaiter.join();
+    otherListener.join();
     std::fflush(stderr);
     return listened ? 0 : 1;
 }

@@ -112,6 +112,16 @@ std::optional<ReceivedRequest> RequestLog::at(Endpoint endpoint, std::size_t ind
     return found->second[index];
 }
 
+void RequestLog::addAtOtherOrigin(ReceivedRequest request) {
+    const std::lock_guard lock(m_mutex);
+    m_atOtherOrigin.push_back(std::move(request));
+}
+
+std::vector<ReceivedRequest> RequestLog::listAtOtherOrigin() const {
+    const std::lock_guard lock(m_mutex);
+    return m_atOtherOrigin;
+}
+
 void RequestLog::clear() {
     const std::lock_guard lock(m_mutex);
     for (const auto &[endpoint, requests] : m_requests) {
@@ -122,4 +132,5 @@ void RequestLog::clear() {
         }
     }
     m_requests.clear();
+    m_atOtherOrigin.clear();
 }

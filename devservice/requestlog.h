@@ -39,15 +39,19 @@ NameValueList decodeQuery(std::string_view rawQuery);
 std::string_view rawQueryOf(const httplib::Request &request);
 std::string percentDecode(std::string_view text, bool plusIsSpace);
 
-// What each endpoint received since the last reset, oldest first.
+// What each endpoint received since the last reset, oldest first; and, apart, every request
+// that reached the other origin, whatever its path, without its body.
 class RequestLog {
 public:
     void add(Endpoint endpoint, ReceivedRequest request);
     std::vector<ReceivedRequest> list(Endpoint endpoint) const;
     std::optional<ReceivedRequest> at(Endpoint endpoint, std::size_t index) const;
+    void addAtOtherOrigin(ReceivedRequest request);
+    std::vector<ReceivedRequest> listAtOtherOrigin() const;
     void clear();
 
 private:
     mutable std::mutex m_mutex;
     std::map<Endpoint, std::vector<ReceivedRequest>> m_requests;
+    std::vector<ReceivedRequest> m_atOtherOrigin;
 };

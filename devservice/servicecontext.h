@@ -12,6 +12,7 @@ struct ServiceContext {
     ServiceState &state;
     RequestLog &log;
     FaultPlan &faults;
-    std::string origin;     // "http://127.0.0.1:PORT", or https: where clients reach us
-    std::string publicHost; // what presign names as the host of public file addresses
+    std::string origin;      // "http://127.0.0.1:PORT", or https: where clients reach us
+    std::string otherOrigin; // the second listener's, on another port: another origin
+    std::string publicHost;  // what presign names as the host of public file addresses
 };

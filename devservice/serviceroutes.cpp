@@ -175,10 +175,12 @@ void ServiceRoutes::presign(const httplib::Request &request, httplib::Response &
     QJsonObject fields;
     for (const auto &[name, value] : grant->fields)
         fields.insert(text(name), text(value));
+    const bool elsewhere = fault && fault->kind == Fault::Kind::uploadElsewhere;
     CallGate::reply(fault, response, 200,
                     QJsonObject{
-                        {"method", "POST"},
-                        {"url", text(m_context.origin + "/storage/upload")},
+                        {"method", elsewhere ? "PUT" : "POST"},
+                        {"url", text((elsewhere ? m_context.otherOrigin : m_context.origin) +
+                                     "/storage/upload")},
                         {"fields", fields},
                         {"key", text(grant->key)},
                         {"bucket", text(PresignedPost::bucket)},

@@ -76,6 +76,12 @@ QNetworkRequest APIClient::request(const QUrl &url, Authorization authorization)
 {
     QNetworkRequest request(url);
     request.setTransferTimeout(static_cast<int>(m_timeout.count()));
+    // No redirect is followed: neither the service nor the object store sends one, and Qt's
+    // default follows them to any origin with the Authorization header and the password still
+    // on board, and turns a POST into a GET on 301, 302 and 303. A 3xx reply fails the
+    // endpoint's status test like any other status.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
     if (authorization == Authorization::bearer) {
         // Read afresh for every request: a sign-in may have replaced the token meanwhile.
         if (const std::optional<QString> token = Preferences::string(Preferences::apiTokenKey))

@@ -100,6 +100,75 @@ private slots:
             QCOMPARE(json["host"], QJsonValue(""));
     }
 
+    void redirectFaultNamesTheOtherOriginByDefault() {
+        const QString otherOrigin = m_service.otherOrigin();
+        QVERIFY(otherOrigin.startsWith("http://127.0.0.1:") && otherOrigin != m_service.baseURL());
+        QVERIFY(m_service.injectFault(DevService::Fault::withRedirect("presign", 307)));
+        QVERIFY(m_service.injectFault(
+            DevService::Fault::withRedirect("createSession", 301, "https://elsewhere.test/x")));
+        const ServiceWire::Reply moved =
+            m_wire.sendJson("POST", "/api/live/sessions", {{"name", "Ana"}});
+        QCOMPARE(moved.status, 301);
+        QCOMPARE(moved.location, "https://elsewhere.test/x");
+        QCOMPARE(moved.body, QByteArray());
+        const QString query = "filename=a.jpg&content_type=image%2Fjpeg";
+        const ServiceWire::Reply presign = m_wire.presignReply(1001, query);
+        QCOMPARE(presign.status, 307);
+        QCOMPARE(presign.location, otherOrigin + "/1001/source_files/presign.json?" + query);
+        const ServiceWire::Reply created =
+            m_wire.sendJson("POST", "/api/live/sessions", {{"name", "Ana"}});
+        QCOMPARE(created.status, 201); // each fault took its one call, and did nothing else
+        QCOMPARE(m_service.requests("createSession").size(), 2);
+        QCOMPARE(m_service.otherOriginRequests().size(), 0);
+
+        QCOMPARE(planned({{"endpoint", "presign"}, {"kind", "redirect"}, {"status", 500}}), 400);
+    }
+
+    // The other origin is the same service and store on another port, and it records every
+    // request that reaches it, routed or not.
+    void otherOriginServesTheSameServiceAndRecordsEverything() {
+        const QString otherOrigin = m_service.otherOrigin();
+        const ServiceWire::Reply session = m_wire.send(
+            "POST", otherOrigin + "/api/live/sessions", R"({"name":"Ana"})",
+            {{"Content-Type", "application/json"}, {"Authorization", "Bearer " + m_wire.token()}});
+        QCOMPARE(session.status, 201);
+        QCOMPARE(m_wire.send("GET", otherOrigin + "/nowhere?x=1").status, 404);
+
+        const QList<DevService::ReceivedRequest> arrived = m_service.otherOriginRequests();
+        QCOMPARE(arrived.size(), 2);
+        QCOMPARE(arrived[0].method, "POST");
+        QCOMPARE(arrived[0].path, "/api/live/sessions");
+        QCOMPARE(arrived[0].header("Authorization"), "Bearer " + m_wire.token());
+        QCOMPARE(arrived[1].method, "GET");
+        QCOMPARE(arrived[1].path, "/nowhere");
+        QCOMPARE(arrived[1].rawQuery, "x=1");
+        QCOMPARE(m_service.requests("createSession").size(), 1);
+        QCOMPARE(m_wire.send("GET", otherOrigin + "/__admin/sessions").status, 404);
+
+        QVERIFY(m_service.reset());
+        QCOMPARE(m_service.otherOriginRequests().size(), 0);
+    }
+
+    void uploadElsewhereSendsTheUploadToTheOtherOrigin() {
+        const qint64 folderId = m_wire.openSession()["folder_id"].toInteger();
+        QVERIFY(m_service.injectFault(
+            DevService::Fault::withBrokenReply("presign", DevService::FaultKind::uploadElsewhere)));
+        const ServiceWire::Grant grant = m_wire.presign(folderId);
+        QCOMPARE(grant.reply["method"].toString(), "PUT");
+        const QString url = grant.reply["url"].toString();
+        QCOMPARE(url, m_service.otherOrigin() + "/storage/upload");
+
+        const QByteArray boundary = ServiceWire::newBoundary();
+        const ServiceWire::Reply stored =
+            m_wire.send("POST", url, ServiceWire::formBody(boundary, grant.fields, "jpeg"),
+                        {{"Content-Type", "multipart/form-data; boundary=" + boundary}});
+        QCOMPARE(stored.status, 204);
+        QCOMPARE(m_service.storedObject(grant.key), QByteArray("jpeg"));
+        QCOMPARE(m_service.otherOriginRequests().size(), 1);
+
+        QCOMPARE(planned({{"endpoint", "createSession"}, {"kind", "upload_elsewhere"}}), 400);
+    }
+
     void uploadFaultsAndImpossibleFaults() {
         const ServiceWire::Grant grant = m_wire.presign(m_wire.openSession()["folder_id"].toInteger());
         QVERIFY(m_service.injectFault(DevService::Fault::withStatus("upload", 500, "<Error/>")));
@@ -109,17 +178,21 @@ private slots:
         QCOMPARE(m_service.storedObject(grant.key), std::nullopt);
         QCOMPARE(m_wire.upload(grant, body, boundary).status, 204);
 
-        const auto refused = [&](const QJsonObject &fault) {
-            return m_wire.send("POST", "/__admin/faults", QJsonDocument(fault).toJson(),
-                        {{"Content-Type", "application/json"}})
-                .status;
-        };
-        QCOMPARE(refused({{"endpoint", "upload"}, {"kind", "host_null"}}), 400);
+        QCOMPARE(planned({{"endpoint", "upload"}, {"kind", "host_null"}}), 400);
         QCOMPARE(
-            refused(
+            planned(
                 {{"endpoint", "createSession"}, {"kind", "missing_member"}, {"member", "nope"}}),
             400);
-        QCOMPARE(refused({{"endpoint", "nowhere"}, {"kind", "drop"}}), 400);
+        QCOMPARE(planned({{"endpoint", "nowhere"}, {"kind", "drop"}}), 400);
+    }
+
+private:
+    // The status with which devservice answers the planning of `fault`.
+    int planned(const QJsonObject &fault) {
+        return m_wire
+            .send("POST", "/__admin/faults", QJsonDocument(fault).toJson(),
+                  {{"Content-Type", "application/json"}})
+            .status;
     }
 };
 

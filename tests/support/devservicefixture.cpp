@@ -31,9 +31,9 @@ constexpr int startTimeoutMs = 30000;
 constexpr int callTimeoutMs = 60000;
 
 // In the order of DevService::FaultKind.
-constexpr const char *faultKindNames[] = {"status",         "delay",      "drop",
-                                          "malformed_json", "wrong_type", "missing_member",
-                                          "host_absent",    "host_null",  "host_empty"};
+constexpr const char *faultKindNames[] = {
+    "status",      "delay",     "drop",       "malformed_json", "wrong_type",      "missing_member",
+    "host_absent", "host_null", "host_empty", "redirect",       "upload_elsewhere"};
 
 DevService::Fault faultOn(QString endpoint, DevService::FaultKind kind, int count) {
     DevService::Fault fault;
@@ -52,6 +52,16 @@ template <typename Text> QList<QPair<Text, Text>> pairsOf(const QJsonValue &valu
             pairs.append({pair[0].toString().toUtf8(), pair[1].toString().toUtf8()});
     }
     return pairs;
+}
+
+DevService::ReceivedRequest withoutBody(const QJsonObject &record) {
+    DevService::ReceivedRequest request;
+    request.method = record["method"].toString().toUtf8();
+    request.path = record["path"].toString();
+    request.rawQuery = record["raw_query"].toString();
+    request.query = pairsOf<QString>(record["query"]);
+    request.headers = pairsOf<QByteArray>(record["headers"]);
+    return request;
 }
 
 } // namespace
@@ -84,6 +94,14 @@ DevService::Fault DevService::Fault::withBrokenReply(QString endpoint, FaultKind
                                                      QString member, int count) {
     Fault fault = faultOn(std::move(endpoint), kind, count);
     fault.member = std::move(member);
+    return fault;
+}
+
+DevService::Fault DevService::Fault::withRedirect(QString endpoint, int status, QString location,
+                                                  int count) {
+    Fault fault = faultOn(std::move(endpoint), FaultKind::redirect, count);
+    fault.status = status;
+    fault.location = std::move(location);
     return fault;
 }
 
@@ -250,6 +268,7 @@ bool DevService::injectFault(const Fault &fault) {
         {"body", QString::fromUtf8(fault.body)},
         {"delay_ms", fault.delayMs},
         {"member", fault.member},
+        {"location", fault.location},
     };
     return expect(call("POST", "/__admin/faults", QJsonDocument(body).toJson()), 201,
                   "injecting a fault");
@@ -275,14 +294,26 @@ QList<DevService::ReceivedRequest> DevService::requests(const QString &endpoint)
     return requests;
 }
 
+QString DevService::otherOrigin() {
+    const Reply reply = call("GET", "/__admin/other-origin");
+    if (!expect(reply, 200, "asking for the other origin"))
+        return {};
+    return QJsonDocument::fromJson(reply.body)["origin"].toString();
+}
+
+QList<DevService::ReceivedRequest> DevService::otherOriginRequests() {
+    const Reply reply = call("GET", "/__admin/other-origin");
+    if (!expect(reply, 200, "listing what reached the other origin"))
+        return {};
+    QList<ReceivedRequest> requests;
+    for (const QJsonValue &record : QJsonDocument::fromJson(reply.body)["requests"].toArray())
+        requests.append(withoutBody(record.toObject()));
+    return requests;
+}
+
 std::optional<DevService::ReceivedRequest>
 DevService::readRequest(const QString &endpoint, int index, const QJsonObject &record) {
-    ReceivedRequest request;
-    request.method = record["method"].toString().toUtf8();
-    request.path = record["path"].toString();
-    request.rawQuery = record["raw_query"].toString();
-    request.query = pairsOf<QString>(record["query"]);
-    request.headers = pairsOf<QByteArray>(record["headers"]);
+    ReceivedRequest request = withoutBody(record);
     if (record["body"].isString()) {
         request.body = QByteArray::fromBase64(record["body"].toString().toLatin1());
         return request;

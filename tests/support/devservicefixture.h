@@ -33,15 +33,17 @@ public:
 
     // What devservice does to a call instead of, or besides, answering it as usual.
     enum class FaultKind {
-        status,        // answers `status` with `body`, and does nothing else
-        delay,         // answers as usual after `delayMs`
-        drop,          // closes the connection without any reply
-        malformedJson, // does the work, then sends a success reply that isn't JSON
-        wrongType,     // does the work, then sends `member` as a value of another JSON type
-        missingMember, // does the work, then leaves `member` out of the reply
-        hostAbsent,    // presign: the reply has no "host"
-        hostNull,      // presign: "host": null
-        hostEmpty,     // presign: "host": ""
+        status,          // answers `status` with `body`, and does nothing else
+        delay,           // answers as usual after `delayMs`
+        drop,            // closes the connection without any reply
+        malformedJson,   // does the work, then sends a success reply that isn't JSON
+        wrongType,       // does the work, then sends `member` as a value of another JSON type
+        missingMember,   // does the work, then leaves `member` out of the reply
+        hostAbsent,      // presign: the reply has no "host"
+        hostNull,        // presign: "host": null
+        hostEmpty,       // presign: "host": ""
+        redirect,        // answers `status` (3xx) with `location`, and does nothing else
+        uploadElsewhere, // presign: the upload `url` on the other origin, and "method": "PUT"
     };
 
     struct Fault {
@@ -53,6 +55,7 @@ public:
         QByteArray body;
         int delayMs = 0; // waited first, whatever the kind
         QString member;  // for wrongType and missingMember: "folder_id", "fields.policy", ...
+        QString location; // for redirect; empty: the call's own path and query, other origin
 
         static Fault withStatus(QString endpoint, int status, QByteArray body = {}, int count = 1);
         static Fault withDelay(QString endpoint, int delayMs, int count = 1);
@@ -60,6 +63,8 @@ public:
         // The kinds that do the work and then break the reply.
         static Fault withBrokenReply(QString endpoint, FaultKind kind, QString member = {},
                                      int count = 1);
+        static Fault withRedirect(QString endpoint, int status, QString location = {},
+                                  int count = 1);
     };
 
     // One request as devservice received it.
@@ -117,6 +122,11 @@ public:
     QList<RegisteredFile> registeredFiles(qint64 folderId);
     // The folder_id of the next session opened; later ones count up from it.
     bool setNextFolderId(qint64 folderId);
+    // The second listener: the same service and object store on another port, so another
+    // origin ("http://127.0.0.1:OTHERPORT"); and every request that reached it since the last
+    // reset, whatever its path, without bodies.
+    QString otherOrigin();
+    QList<ReceivedRequest> otherOriginRequests();
     // Signs in with the demo account through the service itself (an "authenticate" call that
     // requests() will list) and returns the token.
     QString demoToken();

@@ -35,6 +35,9 @@ ServiceWire::Reply ServiceWire::send(const QByteArray &verb, const QString &path
 {
     const QUrl url(pathOrUrl.startsWith('/') ? m_service.baseURL() + pathOrUrl : pathOrUrl);
     QNetworkRequest request(url);
+    // What the service answered, exactly: a redirect is a reply like any other here.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
     for (const auto &[name, value] : headers)
         request.setRawHeader(name, value);
     QNetworkReply *reply = (network ? network : &m_network)->sendCustomRequest(request, verb, body);
@@ -42,7 +45,8 @@ ServiceWire::Reply ServiceWire::send(const QByteArray &verb, const QString &path
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
     loop.exec();
     const Reply result{reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
-                       reply->readAll(), reply->error()};
+                       reply->readAll(), reply->error(),
+                       QString::fromUtf8(reply->rawHeader("Location"))};
     reply->deleteLater();
     return result;
 }

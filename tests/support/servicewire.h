@@ -22,6 +22,7 @@ public:
         int status = 0;
         QByteArray body;
         QNetworkReply::NetworkError error = QNetworkReply::NoError;
+        QString location; // the Location header of a redirect
         QJsonObject json() const;
     };
 
