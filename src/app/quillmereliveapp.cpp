@@ -2,6 +2,7 @@
 #include "quillmereliveapp.h"
 
 #include "folderpanel.h"
+#include "passwordfieldaccessible.h"
 #include "statusitem.h"
 #include "testtrace.h"
 #include "traypanel.h"
@@ -24,6 +25,7 @@ QuillmereLiveApp::~QuillmereLiveApp() = default;
 
 bool QuillmereLiveApp::start() {
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Quillmere Live"));
+    PasswordFieldAccessible::install();
 
     m_engine = std::make_unique<QQmlApplicationEngine>();
     m_engine->setInitialProperties(

@@ -149,6 +149,19 @@ bool ScreenHarness::pressAccessibly(QQuickItem *item) const {
     return true;
 }
 
+QVariantMap ScreenHarness::accessibleReading(QQuickItem *item) const {
+    QAccessibleInterface *accessible = item ? QAccessible::queryAccessibleInterface(item) : nullptr;
+    if (!accessible)
+        return {};
+    QVariantMap reading{{"name", accessible->text(QAccessible::Name)},
+                        {"value", accessible->text(QAccessible::Value)},
+                        {"description", accessible->text(QAccessible::Description)},
+                        {"password", bool(accessible->state().passwordEdit)}};
+    if (QAccessibleTextInterface *text = accessible->textInterface())
+        reading.insert("text", text->text(0, text->characterCount()));
+    return reading;
+}
+
 QString ScreenHarness::clipboardText() const {
     return QGuiApplication::clipboard()->text();
 }

@@ -62,6 +62,10 @@ public:
     // Presses the item through its accessibility interface, as a screen reader would. False
     // when the item offers no press action.
     Q_INVOKABLE bool pressAccessibly(QQuickItem *item) const;
+    // Every text an assistive tool can read from the item through its accessibility interface
+    // ("name", "value", "description", and "text" from its text interface), with "password"
+    // telling whether it declares itself a password field. Empty when it has no interface.
+    Q_INVOKABLE QVariantMap accessibleReading(QQuickItem *item) const;
     Q_INVOKABLE QString clipboardText() const;
 
 private:

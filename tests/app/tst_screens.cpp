@@ -2,6 +2,7 @@
 // The four screens and the panel's frame under Qt Quick Test, driven against a real controller
 // and devservice; the test cases are the qml/tst_*.qml files.
 #include "devservicefixture.h"
+#include "passwordfieldaccessible.h"
 #include "scopedpreferences.h"
 #include "screenharness.h"
 
@@ -17,6 +18,7 @@ class ScreensSetup : public QObject {
 
 public Q_SLOTS:
     void applicationAvailable() {
+        PasswordFieldAccessible::install(); // as the program does
         m_preferences = std::make_unique<ScopedPreferences>();
         m_service = std::make_unique<DevService>();
         if (!m_service->start())

@@ -41,6 +41,8 @@ ScreenStack {
             objectName: "passwordField"
             Layout.fillWidth: true
             accessibleName: "Contraseña"
+            // Assistive tools read the field's text back unless it is declared a password.
+            Accessible.passwordEdit: true
             placeholderText: "••••••••"
             echoMode: TextInput.Password
             passwordCharacter: "•"

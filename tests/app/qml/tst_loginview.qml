@@ -164,7 +164,8 @@ Item {
             const button = findChild(screen, "signInButton")
             compare(email.Accessible.name, "Email")
             compare(email.Accessible.role, Accessible.EditableText)
-            compare(password.Accessible.name, "Contraseña")
+            // Qt Quick hides a password field's Accessible.name; assistive tools read it here.
+            compare(Harness.accessibleReading(password).name, "Contraseña")
             compare(password.Accessible.role, Accessible.EditableText)
             compare(password.echoMode, TextInput.Password)
             compare(button.Accessible.name, "Iniciar Sesión")
@@ -177,6 +178,33 @@ Item {
             verify(Harness.pressAccessibly(button))
             verify(Harness.viewModel.isAuthenticating)
             tryVerify(() => Harness.hasStoredToken(), 10000)
+        }
+
+        // A screen reader reads what the field holds through the accessibility interface: the
+        // typed e-mail is there, the typed password is not, and the field says it is one.
+        function test_passwordIsNotReadableByAssistiveTools() {
+            const screen = makeScreen()
+            const email = findChild(screen, "emailField")
+            const password = findChild(screen, "passwordField")
+            mouseClick(email)
+            type("ana@estudio.test")
+            mouseClick(password)
+            type("Zq7-secreto")
+            compare(Harness.viewModel.password, "Zq7-secreto")
+
+            const emailReading = Harness.accessibleReading(email)
+            verify(emailReading.value.indexOf("ana@estudio.test") >= 0, JSON.stringify(emailReading))
+            verify(!emailReading.password)
+
+            const reading = Harness.accessibleReading(password)
+            compare(reading.name, "Contraseña")
+            verify(reading.password, JSON.stringify(reading))
+            compare(reading.value, "•••••••••••")
+            for (const key of ["name", "value", "description", "text"]) {
+                const text = reading[key] === undefined ? "" : reading[key]
+                verify(text.indexOf("Zq7") < 0 && text.indexOf("secreto") < 0,
+                       key + ": " + JSON.stringify(reading))
+            }
         }
     }
 }
