@@ -149,7 +149,8 @@ void TestAppSmoke::signInRecordStopQuit() {
     // The program keeps the token where its settings live, in this test's own folder.
     const QSettings stored(m_home.filePath(QStringLiteral("config/Quillmere/QuillmereLive.conf")),
                            QSettings::IniFormat);
-    QVERIFY(!stored.value(QStringLiteral("api_token")).toString().isEmpty());
+    const QString token = stored.value(QStringLiteral("api_token")).toString();
+    QVERIFY(!token.isEmpty());
     QCOMPARE(stored.value(QStringLiteral("saved_email")).toString(), DevService::demoEmail());
 
     QVERIFY2(m_app.waitForLatest(QStringLiteral("focus "), QStringLiteral("focus Cliente"), 10000),
@@ -185,6 +186,13 @@ void TestAppSmoke::signInRecordStopQuit() {
     QVERIFY2(m_app.waitForExit(10000), qPrintable(m_app.transcript()));
     QCOMPARE(m_app.process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(m_app.process().exitCode(), 0);
+
+    // Nothing the program printed in the whole session, its trace and Qt's warnings alike,
+    // holds the password or the token.
+    const QString printed =
+        m_app.transcript() + QString::fromUtf8(m_app.process().readAllStandardError());
+    QVERIFY2(!printed.contains(DevService::demoPassword()), qPrintable(printed));
+    QVERIFY2(!printed.contains(token), qPrintable(printed));
 }
 
 int main(int argc, char *argv[]) {
