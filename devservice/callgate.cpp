@@ -61,6 +61,10 @@ QByteArray brokenReply(const Fault &fault, QJsonObject reply) {
     case Fault::Kind::drop:
     case Fault::Kind::redirect:
     case Fault::Kind::uploadElsewhere:
+    case Fault::Kind::closeAfterWork:
+    case Fault::Kind::resetAfterWork:
+    case Fault::Kind::notHttp:
+    case Fault::Kind::cutShort:
         break;
     }
     return QJsonDocument(reply).toJson(QJsonDocument::Compact);
@@ -89,6 +93,10 @@ bool CallGate::answeredByFault(const std::optional<Fault> &fault, const httplib:
     }
     if (fault->kind == Fault::Kind::status) {
         response.status = fault->status;
+        // These statuses have no body by definition; a client reads none, and bytes sent after
+        // them would be taken for the start of the next reply on the connection.
+        if (fault->status == 204 || fault->status == 304 || fault->status < 200)
+            return true;
         const bool json =
             QJsonDocument::fromJson(QByteArray::fromStdString(fault->body)).isObject();
         const bool xml = fault->body.starts_with('<');
@@ -133,13 +141,41 @@ bool CallGate::authorised(const httplib::Request &request, httplib::Response &re
     return false;
 }
 
-void CallGate::reply(const std::optional<Fault> &fault, httplib::Response &response, int status,
-                     const QJsonObject &body) {
+void CallGate::reply(const std::optional<Fault> &fault, const httplib::Request &request,
+                     httplib::Response &response, int status, const QJsonObject &body) {
     const bool success = status >= 200 && status <= 299;
     if (!fault || !success) {
         HttpReplies::json(response, status, body);
         return;
     }
     response.status = status;
-    response.set_content(brokenReply(*fault, body).toStdString(), "application/json");
+    const std::string content = brokenReply(*fault, body).toStdString();
+    response.set_content(content, "application/json");
+    loseReply(fault, request, status, content, "application/json");
+}
+
+bool CallGate::loseReply(const std::optional<Fault> &fault, const httplib::Request &request,
+                         int status, std::string_view body, std::string_view contentType) {
+    if (!fault)
+        return false;
+    // httplib goes on to write the reply it was given into a connection that is gone.
+    switch (fault->kind) {
+    case Fault::Kind::closeAfterWork:
+        return dropConnection(request);
+    case Fault::Kind::resetAfterWork:
+        return resetConnection(request);
+    case Fault::Kind::notHttp:
+        return answerRawAndClose(request, "This is not an HTTP reply.\r\n");
+    case Fault::Kind::cutShort: {
+        // The headers promise the whole body; half of it comes.
+        std::string reply = "HTTP/1.1 " + std::to_string(status) +
+                            (status == 201 ? " Created" : " OK") + "\r\nContent-Type: " +
+                            std::string(contentType) +
+                            "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+        reply += body.substr(0, body.size() / 2);
+        return answerRawAndClose(request, reply);
+    }
+    default:
+        return false;
+    }
 }

@@ -8,6 +8,7 @@
 
 #include <QJsonObject>
 #include <optional>
+#include <string_view>
 
 struct ServiceContext;
 
@@ -34,8 +35,13 @@ public:
     bool authorised(const httplib::Request &request, httplib::Response &response) const;
 
     // A reply as the endpoint made it, broken first if the fault says so.
-    static void reply(const std::optional<Fault> &fault, httplib::Response &response, int status,
-                      const QJsonObject &body);
+    static void reply(const std::optional<Fault> &fault, const httplib::Request &request,
+                      httplib::Response &response, int status, const QJsonObject &body);
+    // For a call whose work is done and whose reply is `status` with `body`: plays a fault that
+    // takes the reply away (the connection closed, reset, answered with bytes that aren't HTTP,
+    // or closed halfway through the body). True when it did.
+    static bool loseReply(const std::optional<Fault> &fault, const httplib::Request &request,
+                          int status, std::string_view body, std::string_view contentType);
 
 private:
     ServiceContext &m_context;

@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
+#include <fcntl.h>
 #include <httplib.h>
 #include <netinet/in.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -49,18 +51,49 @@ bool isConnection(int fd, const httplib::Request &request) {
     return remote.port == request.remote_port && remote.address == request.remote_addr;
 }
 
-} // namespace
-
-bool dropConnection(const httplib::Request &request) {
+int socketOf(const httplib::Request &request) {
     rlimit limit{};
     const rlim_t highest =
         getrlimit(RLIMIT_NOFILE, &limit) == 0 ? std::min<rlim_t>(limit.rlim_cur, 65536) : 1024;
     for (int fd = 0; fd < static_cast<int>(highest); ++fd) {
-        if (isConnection(fd, request)) {
-            // Shutting down rather than closing leaves the descriptor to httplib, which closes
-            // it once its own write fails; no other connection can inherit the number meanwhile.
-            return shutdown(fd, SHUT_RDWR) == 0;
-        }
+        if (isConnection(fd, request))
+            return fd;
     }
-    return false;
+    return -1;
+}
+
+} // namespace
+
+bool dropConnection(const httplib::Request &request) {
+    const int fd = socketOf(request);
+    // Shutting down rather than closing leaves the descriptor to httplib, which closes it once
+    // its own write fails; no other connection can inherit the number meanwhile.
+    return fd >= 0 && shutdown(fd, SHUT_RDWR) == 0;
+}
+
+bool resetConnection(const httplib::Request &request) {
+    const int fd = socketOf(request);
+    if (fd < 0)
+        return false;
+    // A socket closed with a zero linger time is reset, not closed in order. The socket goes
+    // by putting /dev/null in place of its descriptor, in one atomic step: httplib keeps a
+    // valid descriptor, writes its reply into nothing and closes it, and no other connection
+    // can inherit the number meanwhile.
+    const linger abort{1, 0};
+    if (setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort) != 0)
+        return false;
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nothing < 0)
+        return false;
+    const bool replaced = dup2(nothing, fd) == fd;
+    close(nothing);
+    return replaced;
+}
+
+bool answerRawAndClose(const httplib::Request &request, std::string_view bytes) {
+    const int fd = socketOf(request);
+    if (fd < 0)
+        return false;
+    const ssize_t sent = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return sent == static_cast<ssize_t>(bytes.size()) && shutdown(fd, SHUT_RDWR) == 0;
 }

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::array<std::pair<Fault::Kind, std::string_view>, 11> kindNames{{
+constexpr std::array<std::pair<Fault::Kind, std::string_view>, 15> kindNames{{
     {Fault::Kind::status, "status"},
     {Fault::Kind::delay, "delay"},
     {Fault::Kind::drop, "drop"},
@@ -21,6 +21,10 @@ constexpr std::array<std::pair<Fault::Kind, std::string_view>, 11> kindNames{{
     {Fault::Kind::hostEmpty, "host_empty"},
     {Fault::Kind::redirect, "redirect"},
     {Fault::Kind::uploadElsewhere, "upload_elsewhere"},
+    {Fault::Kind::closeAfterWork, "close"},
+    {Fault::Kind::resetAfterWork, "reset"},
+    {Fault::Kind::notHttp, "not_http"},
+    {Fault::Kind::cutShort, "cut_short"},
 }};
 
 // The members of each success reply a client decodes; the others' bodies are read by nobody.
@@ -56,6 +60,10 @@ std::optional<std::string> problemWith(Endpoint endpoint, const Fault &fault) {
         return std::nullopt;
     case Fault::Kind::delay:
     case Fault::Kind::drop:
+    case Fault::Kind::closeAfterWork:
+    case Fault::Kind::resetAfterWork:
+    case Fault::Kind::notHttp:
+    case Fault::Kind::cutShort:
         return std::nullopt;
     case Fault::Kind::malformedJson:
         if (endpoint == Endpoint::upload)

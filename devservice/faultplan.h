@@ -26,6 +26,10 @@ struct Fault {
         hostEmpty,       // presign: "host": ""
         redirect,        // answer `status` (3xx) with `location` instead of doing anything
         uploadElsewhere, // presign: the upload goes to the other origin, and "method" says PUT
+        closeAfterWork,  // do the work, then close the connection without a reply
+        resetAfterWork,  // do the work, then reset the connection (TCP RST) without a reply
+        notHttp,         // do the work, then answer with bytes that are not an HTTP reply
+        cutShort,        // do the work, then close halfway through the reply's body
     };
 
     Kind kind = Kind::status;

@@ -103,7 +103,7 @@ void ServiceRoutes::authenticate(const httplib::Request &request, httplib::Respo
     if (body->value("email").toString() != QLatin1String(DemoCredentials::email) ||
         body->value("password").toString() != QLatin1String(DemoCredentials::password))
         return HttpReplies::problem(response, 401, "wrong e-mail or password");
-    CallGate::reply(fault, response, 200,
+    CallGate::reply(fault, request, response, 200,
                     QJsonObject{{"token", text(m_context.state.issueToken())}});
 }
 
@@ -119,7 +119,7 @@ void ServiceRoutes::createSession(const httplib::Request &request, httplib::Resp
         return HttpReplies::problem(response, 422, "a session needs the client's name");
 
     const LiveSessionRecord session = m_context.state.openSession(utf8(name));
-    CallGate::reply(fault, response, 201,
+    CallGate::reply(fault, request, response, 201,
                     QJsonObject{
                         {"folder_id", session.folderId},
                         {"slug", text(session.slug)},
@@ -136,7 +136,7 @@ void ServiceRoutes::endSession(const httplib::Request &request, httplib::Respons
     const std::string slug = request.matches[1];
     if (!m_context.state.endSession(slug))
         return HttpReplies::problem(response, 404, "no live session " + slug);
-    CallGate::reply(fault, response, 200, QJsonObject{{"slug", text(slug)}, {"ended", true}});
+    CallGate::reply(fault, request, response, 200, QJsonObject{{"slug", text(slug)}, {"ended", true}});
 }
 
 void ServiceRoutes::presign(const httplib::Request &request, httplib::Response &response) {
@@ -176,7 +176,7 @@ void ServiceRoutes::presign(const httplib::Request &request, httplib::Response &
     for (const auto &[name, value] : grant->fields)
         fields.insert(text(name), text(value));
     const bool elsewhere = fault && fault->kind == Fault::Kind::uploadElsewhere;
-    CallGate::reply(fault, response, 200,
+    CallGate::reply(fault, request, response, 200,
                     QJsonObject{
                         {"method", elsewhere ? "PUT" : "POST"},
                         {"url", text((elsewhere ? m_context.otherOrigin : m_context.origin) +
@@ -216,5 +216,5 @@ void ServiceRoutes::registerFile(const httplib::Request &request, httplib::Respo
         return HttpReplies::problem(response, 404, "no such folder");
     if (outcome != ServiceState::Registration::registered)
         return HttpReplies::problem(response, 422, registrationProblem(outcome));
-    CallGate::reply(fault, response, 201, QJsonObject{{"source_file", sourceFile}});
+    CallGate::reply(fault, request, response, 201, QJsonObject{{"source_file", sourceFile}});
 }

@@ -97,6 +97,11 @@ void StorageRoutes::upload(const httplib::Request &request, httplib::Response &r
         return HttpReplies::storageError(response, refusal->code == "InternalError" ? 500 : 403,
                                          refusal->code, refusal->message);
     response.status = 204;
+    // A reply with a body to cut short: what S3 sends when asked for 201 instead of 204.
+    CallGate::loseReply(fault, request, 201,
+                        "<PostResponse><Bucket>" + std::string(PresignedPost::bucket) +
+                            "</Bucket></PostResponse>",
+                        "application/xml");
 }
 
 void StorageRoutes::object(const httplib::Request &request, httplib::Response &response) const {

@@ -3,9 +3,12 @@
 
 #include "authresponse.h"
 #include "multipartformbody.h"
+#include "oneshotbody.h"
 #include "preferences.h"
 #include "transporterror.h"
 
+#include <QCoreApplication>
+#include <QCoroFuture>
 #include <QCoroNetworkReply>
 #include <QDateTime>
 #include <QJsonDocument>
@@ -14,6 +17,7 @@
 #include <QNetworkReply>
 #include <QThread>
 #include <QUrl>
+#include <QtConcurrent/qtconcurrentrun.h>
 
 #include <memory>
 
@@ -26,13 +30,28 @@ QString configured(const char *environmentName, const char *builtIn)
 }
 
 // Every address is assembled from trusted pieces, so one that does not parse is a defect of
-// the program, not a condition to report.
+// the program, not a condition to report. One that parses but cannot be reached over HTTP (a
+// relative address, another scheme) is sent all the same, and fails as the network stack says.
 QUrl parsedOrFatal(const QString &text)
 {
     QUrl url(text, QUrl::StrictMode);
-    if (!url.isValid() || url.isRelative())
-        qFatal("APIClient: \"%s\" is not a valid absolute URL", qPrintable(text));
+    if (!url.isValid())
+        qFatal("APIClient: \"%s\" is not a valid URL", qPrintable(text));
     return url;
+}
+
+// A kept-alive connection that the server closes just as a request goes out loses that
+// request, and nothing is ever sent twice. Connections left idle are closed well before the
+// shortest keep-alive servers commonly grant (five seconds; devservice grants three), so that
+// a new request rarely meets a connection the server is giving up. Within a photo's few
+// requests the connection is still reused.
+constexpr int idleConnectionSeconds = 2;
+
+// The error Qt itself reports when it gives up on a connection that closed before the reply.
+TransportError connectionClosedBeforeReply()
+{
+    return TransportError(QNetworkReply::RemoteHostClosedError,
+                          QCoreApplication::translate("QHttp", "Connection closed"));
 }
 
 QByteArray compactJson(const QJsonObject &object)
@@ -48,6 +67,11 @@ bool isTransportFailure(QNetworkReply::NetworkError error)
 }
 
 bool isSuccess2xx(int status) { return status >= 200 && status <= 299; }
+
+// A preview's body is put together where it is asked for: copying half a megabyte costs less
+// than the way to a worker thread and back. Anything bigger is an original, copied off the
+// main thread.
+constexpr qsizetype bodyBuiltInPlaceBelow = 1024 * 1024;
 
 } // namespace
 
@@ -101,11 +125,18 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
     if (QThread::currentThread() != m_network->thread())
         qFatal("APIClient: requests must be sent from the thread that owns the client");
 
+    request.setAttribute(QNetworkRequest::ConnectionCacheExpiryTimeoutSecondsAttribute,
+                         idleConnectionSeconds);
+    auto *const once = new OneShotBody(std::move(body));
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
-        m_network->sendCustomRequest(request, verb, body),
+        m_network->sendCustomRequest(request, verb, once),
         [](QNetworkReply *r) { r->deleteLater(); });
+    once->setParent(reply.get());
     co_await reply.get();
 
+    // Qt wanted to send the request again: the connection closed before the whole reply came.
+    if (once->resendRefused())
+        throw connectionClosedBeforeReply();
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (isTransportFailure(reply->error()) || (!status.isValid() && reply->error()))
         throw TransportError(reply->error(), reply->errorString());
@@ -206,7 +237,17 @@ QCoro::Task<QString> APIClient::uploadToStorage(PresignResponse presign, QByteAr
     const QString boundary = MultipartFormBody::newBoundary();
     request.setRawHeader("Content-Type", MultipartFormBody::contentType(boundary));
     request.setPriority(priority);
-    QByteArray body = MultipartFormBody::build(presign.fields, fileData, boundary);
+    QByteArray body;
+    if (fileData.size() < bodyBuiltInPlaceBelow) {
+        body = MultipartFormBody::build(presign.fields, fileData, boundary);
+    } else {
+        // An original of tens of megabytes would hold up the panel while it is copied.
+        QFuture<QByteArray> building = QtConcurrent::run(
+            [fields = presign.fields, file = std::move(fileData), boundary] {
+                return MultipartFormBody::build(fields, file, boundary);
+            });
+        body = co_await building;
+    }
     // The body holds its own copy; the caller's bytes need not live on through the upload.
     fileData = QByteArray();
 

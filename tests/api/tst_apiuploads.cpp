@@ -7,6 +7,7 @@
 #include "multipartformbody.h"
 #include "scopedpreferences.h"
 #include "taskoutcome.h"
+#include "transporterror.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
@@ -248,6 +249,32 @@ private Q_SLOTS:
         QVERIFY(stored);
         QCOMPARE(stored->size(), file.size());
         QVERIFY(*stored == file);
+    }
+
+    // An upload address that parses but cannot be posted to fails that one upload with the
+    // network stack's own error; nothing stops, nothing reaches the store, and the next upload
+    // goes ahead.
+    void uploadAddressThatCannotBePostedToFailsThatUpload_data()
+    {
+        QTest::addColumn<QString>("url");
+        QTest::newRow("relative") << QStringLiteral("storage/upload");
+        QTest::newRow("another scheme") << QStringLiteral("ftp://127.0.0.1/storage/upload");
+    }
+    void uploadAddressThatCannotBePostedToFailsThatUpload()
+    {
+        QFETCH(QString, url);
+        const std::optional<PresignResponse> presign = presignNow();
+        QVERIFY(presign);
+        PresignResponse elsewhere = *presign;
+        elsewhere.url = url;
+        const auto failed = awaitOutcome(m_api->uploadToStorage(elsewhere, "bytes"));
+        const auto transport = failed.errorAs<TransportError>();
+        QVERIFY(transport);
+        QCOMPARE(transport->code(), QNetworkReply::ProtocolUnknownError);
+        QVERIFY(!transport->localizedDescription().isEmpty());
+        QVERIFY(m_service.requests(QStringLiteral("upload")).isEmpty());
+        QVERIFY(awaitOutcome(m_api->uploadToStorage(*presign, "bytes")).value);
+        QCOMPARE(m_service.storedObject(presign->key), std::optional(QByteArray("bytes")));
     }
 
 private:

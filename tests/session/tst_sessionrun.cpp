@@ -74,6 +74,23 @@ private Q_SLOTS:
         QVERIFY(!model.isAuthenticating());
     }
 
+    // The service opened the session but its reply was lost on the way back: the photographer
+    // sees the transport error and stays on the setup screen, and the service holds that one
+    // session, not a second one sent behind the photographer's back.
+    void lostCreateReplyLeavesOneSession()
+    {
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.service().injectFault(DevService::Fault::withLostReply(
+            QStringLiteral("createSession"), DevService::FaultKind::closeAfterWork)));
+        QVERIFY(!m_harness.startSession(model, QStringLiteral("Ana")));
+        QCOMPARE(model.state(), AppState::setup);
+        QVERIFY(model.error());
+        QVERIFY(*model.error() != APIError::errorDescription(APIError::sessionCreateFailed));
+        QCOMPARE(m_harness.service().requests(QStringLiteral("createSession")).size(), 1);
+        QCOMPARE(m_harness.service().sessions().size(), 1);
+    }
+
     void photosAlreadyThereAreNeverSent()
     {
         QVERIFY(m_harness.dropPhoto(QStringLiteral("OLD_0001.JPG"), SessionHarness::photoJpeg(1)));

@@ -33,7 +33,8 @@ constexpr int callTimeoutMs = 60000;
 // In the order of DevService::FaultKind.
 constexpr const char *faultKindNames[] = {
     "status",      "delay",     "drop",       "malformed_json", "wrong_type",      "missing_member",
-    "host_absent", "host_null", "host_empty", "redirect",       "upload_elsewhere"};
+    "host_absent", "host_null", "host_empty", "redirect",       "upload_elsewhere", "close",
+    "reset",       "not_http",  "cut_short"};
 
 DevService::Fault faultOn(QString endpoint, DevService::FaultKind kind, int count) {
     DevService::Fault fault;
@@ -88,6 +89,10 @@ DevService::Fault DevService::Fault::withDelay(QString endpoint, int delayMs, in
 
 DevService::Fault DevService::Fault::withDrop(QString endpoint, int count) {
     return faultOn(std::move(endpoint), FaultKind::drop, count);
+}
+
+DevService::Fault DevService::Fault::withLostReply(QString endpoint, FaultKind kind, int count) {
+    return faultOn(std::move(endpoint), kind, count);
 }
 
 DevService::Fault DevService::Fault::withBrokenReply(QString endpoint, FaultKind kind,
@@ -361,6 +366,16 @@ DevService::filesOfSession(const std::function<bool(const QJsonObject &)> &isThe
         }
     }
     return files;
+}
+
+QList<DevService::OpenedSession> DevService::sessions() {
+    const Reply reply = call("GET", "/__admin/sessions");
+    if (!expect(reply, 200, "listing sessions"))
+        return {};
+    QList<OpenedSession> sessions;
+    for (const QJsonValue &session : QJsonDocument::fromJson(reply.body)["sessions"].toArray())
+        sessions.append({session["slug"].toString(), session["ended"].toBool()});
+    return sessions;
 }
 
 bool DevService::setNextFolderId(qint64 folderId) {

@@ -44,6 +44,10 @@ public:
         hostEmpty,       // presign: "host": ""
         redirect,        // answers `status` (3xx) with `location`, and does nothing else
         uploadElsewhere, // presign: the upload `url` on the other origin, and "method": "PUT"
+        closeAfterWork,  // does the work, then closes the connection without a reply
+        resetAfterWork,  // does the work, then resets the connection without a reply
+        notHttp,         // does the work, then answers with bytes that are not HTTP
+        cutShort,        // does the work, then closes halfway through the reply's body
     };
 
     struct Fault {
@@ -60,6 +64,8 @@ public:
         static Fault withStatus(QString endpoint, int status, QByteArray body = {}, int count = 1);
         static Fault withDelay(QString endpoint, int delayMs, int count = 1);
         static Fault withDrop(QString endpoint, int count = 1);
+        // The kinds that do the work and then take the reply away.
+        static Fault withLostReply(QString endpoint, FaultKind kind, int count = 1);
         // The kinds that do the work and then break the reply.
         static Fault withBrokenReply(QString endpoint, FaultKind kind, QString member = {},
                                      int count = 1);
@@ -120,6 +126,12 @@ public:
     // The files registered with a session, oldest first; empty for an unknown session.
     QList<RegisteredFile> registeredFiles(const QString &slug);
     QList<RegisteredFile> registeredFiles(qint64 folderId);
+    // The slugs of the sessions opened so far, oldest first, and which of them have ended.
+    struct OpenedSession {
+        QString slug;
+        bool ended = false;
+    };
+    QList<OpenedSession> sessions();
     // The folder_id of the next session opened; later ones count up from it.
     bool setNextFolderId(qint64 folderId);
     // The second listener: the same service and object store on another port, so another

@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+// Every operation puts its request on the wire once. A reply lost on the way, after the service
+// has acted on the request, reaches the caller as a transport error; the request is never sent
+// again behind the caller's back.
+#include "apiclient.h"
+#include "apierror.h"
+#include "devservicefixture.h"
+#include "scopedpreferences.h"
+#include "taskoutcome.h"
+#include "transporterror.h"
+
+#include <QTcpServer>
+#include <QTest>
+
+namespace {
+
+const QStringList operations{QStringLiteral("authenticate"), QStringLiteral("createSession"),
+                             QStringLiteral("endSession"),   QStringLiteral("presign"),
+                             QStringLiteral("register"),     QStringLiteral("upload")};
+
+std::optional<TransportError> transportErrorIn(const std::exception_ptr &error)
+{
+    TaskOutcome<taskoutcome_detail::Done> outcome;
+    outcome.error = error;
+    return outcome.errorAs<TransportError>();
+}
+
+QString describe(const std::exception_ptr &error)
+{
+    if (!error)
+        return QStringLiteral("success");
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception &other) {
+        return QString::fromUtf8(other.what());
+    }
+}
+
+} // namespace
+
+class ApiLostRepliesTest : public QObject {
+    Q_OBJECT
+
+    // What an operation needs from the service beforehand: a token, a session, an upload
+    // authorised, a file stored.
+    struct Stage {
+        SessionResponse session;
+        PresignResponse presign;
+        QString storedURL;
+    };
+
+    Stage prepare(APIClient &api)
+    {
+        Stage stage;
+        [&] {
+            QVERIFY(awaitOutcome(api.authenticate(DevService::demoEmail(), DevService::demoPassword())).value);
+            const auto session = awaitOutcome(api.createSession(QStringLiteral("Ana")));
+            QVERIFY(session.value);
+            stage.session = *session.value;
+            const auto presign = awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("a.jpg"), QStringLiteral("image/jpeg")));
+            QVERIFY(presign.value);
+            stage.presign = *presign.value;
+            const auto stored = awaitOutcome(api.uploadToStorage(stage.presign, "a photo"));
+            QVERIFY(stored.value);
+            stage.storedURL = *stored.value;
+        }();
+        return stage;
+    }
+
+    // Runs one operation on a fresh piece of work, so that the service has something to do.
+    static std::exception_ptr run(APIClient &api, const QString &operation, const Stage &stage,
+                                  const PresignResponse &fresh)
+    {
+        if (operation == QLatin1String("authenticate"))
+            return awaitOutcome(api.authenticate(DevService::demoEmail(), DevService::demoPassword())).error;
+        if (operation == QLatin1String("createSession"))
+            return awaitOutcome(api.createSession(QStringLiteral("Berta"))).error;
+        if (operation == QLatin1String("endSession"))
+            return awaitOutcome(api.endSession(stage.session.slug)).error;
+        if (operation == QLatin1String("presign"))
+            return awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("b.jpg"), QStringLiteral("image/jpeg"))).error;
+        if (operation == QLatin1String("register"))
+            return awaitOutcome(api.registerAttachment(stage.session.folder_id, stage.storedURL, stage.presign.key, stage.presign.bucket)).error;
+        return awaitOutcome(api.uploadToStorage(fresh, "another photo")).error;
+    }
+
+    // What the service keeps of the operation's work once it has done it.
+    bool workDone(const QString &operation, const Stage &stage, const PresignResponse &fresh)
+    {
+        if (operation == QLatin1String("createSession"))
+            return m_service.sessions().size() == 2;
+        if (operation == QLatin1String("endSession"))
+            return m_service.sessions().value(0).ended;
+        if (operation == QLatin1String("register"))
+            return m_service.registeredFiles(stage.session.folder_id).size() == 1;
+        if (operation == QLatin1String("upload"))
+            return m_service.storedObject(fresh.key) == QByteArray("another photo");
+        return true; // a token or an authorisation issued leaves nothing the admin API lists
+    }
+
+    struct Faulted {
+        qsizetype requestsBefore = -1;
+        qsizetype requestsAfter = -1;
+        bool workDone = false;
+        std::exception_ptr error;
+    };
+
+    // Sets the stage, plans the fault for the operation's next call and runs the operation.
+    Faulted runWithFault(const QString &operation, const DevService::Fault &fault)
+    {
+        Faulted faulted;
+        APIClient api(m_service.baseURL(), m_service.storageHost());
+        const Stage stage = prepare(api);
+        const auto fresh = awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("c.jpg"), QStringLiteral("image/jpeg")));
+        if (QTest::currentTestFailed() || !fresh.value)
+            return faulted;
+        faulted.requestsBefore = m_service.requests(operation).size();
+        if (!m_service.injectFault(fault))
+            return faulted;
+        faulted.error = run(api, operation, stage, *fresh.value);
+        faulted.requestsAfter = m_service.requests(operation).size();
+        faulted.workDone = workDone(operation, stage, *fresh.value);
+        return faulted;
+    }
+
+    void addRows(const QList<DevService::FaultKind> &kinds)
+    {
+        QTest::addColumn<QString>("operation");
+        QTest::addColumn<int>("kind");
+        for (const DevService::FaultKind kind : kinds) {
+            const QString name = kind == DevService::FaultKind::closeAfterWork   ? QStringLiteral("close")
+                                 : kind == DevService::FaultKind::resetAfterWork ? QStringLiteral("reset")
+                                 : kind == DevService::FaultKind::cutShort       ? QStringLiteral("cut short")
+                                                                                 : QStringLiteral("dropped");
+            for (const QString &operation : operations)
+                QTest::newRow(qPrintable(operation + QLatin1Char(' ') + name)) << operation << int(kind);
+        }
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
+    }
+
+    void init()
+    {
+        QVERIFY(m_service.reset());
+        m_preferences.reset();
+        m_preferences = std::make_unique<ScopedPreferences>();
+    }
+
+    void replyLostAfterTheWorkIsSentOnceAndFails_data()
+    {
+        addRows({DevService::FaultKind::closeAfterWork, DevService::FaultKind::resetAfterWork,
+                 DevService::FaultKind::cutShort});
+    }
+    void replyLostAfterTheWorkIsSentOnceAndFails()
+    {
+        QFETCH(QString, operation);
+        QFETCH(int, kind);
+        const Faulted faulted = runWithFault(operation, DevService::Fault::withLostReply(operation, DevService::FaultKind(kind)));
+        QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 1);
+        QVERIFY(faulted.workDone);
+        const std::optional<TransportError> transport = transportErrorIn(faulted.error);
+        QVERIFY2(transport, qPrintable(describe(faulted.error)));
+        QCOMPARE(transport->code(), QNetworkReply::RemoteHostClosedError);
+        QVERIFY(!transport->localizedDescription().isEmpty());
+    }
+
+    void connectionClosedBeforeTheWorkIsSentOnceAndFails_data()
+    {
+        addRows({DevService::FaultKind::drop});
+    }
+    void connectionClosedBeforeTheWorkIsSentOnceAndFails()
+    {
+        QFETCH(QString, operation);
+        const Faulted faulted = runWithFault(operation, DevService::Fault::withDrop(operation));
+        QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 1);
+        const std::optional<TransportError> transport = transportErrorIn(faulted.error);
+        QVERIFY2(transport, qPrintable(describe(faulted.error)));
+        QCOMPARE(transport->code(), QNetworkReply::RemoteHostClosedError);
+    }
+
+    // Qt's HTTP stack throws away a reply that does not begin with an HTTP status line and
+    // treats it as a connection closed before the reply: it cannot be told apart from one.
+    void replyThatIsNotHttpIsSentOnceAndFails_data()
+    {
+        QTest::addColumn<QString>("operation");
+        for (const QString &operation : operations)
+            QTest::newRow(qPrintable(operation)) << operation;
+    }
+    void replyThatIsNotHttpIsSentOnceAndFails()
+    {
+        QFETCH(QString, operation);
+        const Faulted faulted = runWithFault(operation, DevService::Fault::withLostReply(operation, DevService::FaultKind::notHttp));
+        QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 1);
+        QVERIFY(faulted.workDone);
+        QVERIFY2(transportErrorIn(faulted.error), qPrintable(describe(faulted.error)));
+    }
+
+    void refusedConnectionFailsEveryOperation_data()
+    {
+        QTest::addColumn<QString>("operation");
+        for (const QString &operation : operations)
+            QTest::newRow(qPrintable(operation)) << operation;
+    }
+    void refusedConnectionFailsEveryOperation()
+    {
+        QFETCH(QString, operation);
+        QTcpServer unused;
+        QVERIFY(unused.listen(QHostAddress::LocalHost));
+        const QString origin = QStringLiteral("http://127.0.0.1:%1").arg(unused.serverPort());
+        unused.close();
+        APIClient api(origin, QStringLiteral("store.test"));
+        Stage stage;
+        stage.session.folder_id = 1001;
+        stage.session.slug = QStringLiteral("nowhere");
+        stage.presign.url = origin + QStringLiteral("/storage/upload");
+        stage.presign.key = QStringLiteral("k");
+        stage.presign.bucket = QStringLiteral("b");
+        stage.storedURL = QStringLiteral("https://store.test/b/k");
+
+        const std::exception_ptr error = run(api, operation, stage, stage.presign);
+
+        const std::optional<TransportError> transport = transportErrorIn(error);
+        QVERIFY2(transport, qPrintable(describe(error)));
+        QCOMPARE(transport->code(), QNetworkReply::ConnectionRefusedError);
+    }
+
+    // The uploads of a live session keep their connection between requests: losing a reply on
+    // it must not lose the connection's next request, nor send it twice.
+    void keptAliveConnectionCarriesOnAfterALostReply()
+    {
+        APIClient api(m_service.baseURL(), m_service.storageHost());
+        const Stage stage = prepare(api);
+        if (QTest::currentTestFailed())
+            return;
+        QVERIFY(m_service.injectFault(DevService::Fault::withLostReply(QStringLiteral("presign"), DevService::FaultKind::closeAfterWork)));
+        QVERIFY(transportErrorIn(awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("d.jpg"), QStringLiteral("image/jpeg"))).error));
+        const auto next = awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("e.jpg"), QStringLiteral("image/jpeg")));
+        QVERIFY(next.value);
+        const QList<DevService::ReceivedRequest> presigns = m_service.requests(QStringLiteral("presign"));
+        QCOMPARE(presigns.size(), 3);
+        QVERIFY(presigns[1].rawQuery.startsWith(QStringLiteral("filename=d.jpg")));
+        QVERIFY(presigns[2].rawQuery.startsWith(QStringLiteral("filename=e.jpg")));
+    }
+
+private:
+    DevService m_service;
+    std::unique_ptr<ScopedPreferences> m_preferences;
+};
+
+QTEST_GUILESS_MAIN(ApiLostRepliesTest)
+#include "tst_apilostreplies.moc"
