@@ -110,13 +110,21 @@ QCoro::Task<> PreviewMaker::caughtUp()
     if (m_waiting.empty())
         co_return;
     const std::shared_ptr<PreviewMaker> self = shared_from_this();
-    co_await m_caughtUpWaiters.join();
+    // Held here too: the maker lets go of it as it lets this coroutine through.
+    const auto waiters = std::make_shared<WaitList>();
+    AsyncSemaphore::Awaiter released = waiters->join();
+    m_caughtUpWaiters.push_back({m_finishedDecodes + static_cast<qint64>(m_waiting.size()), waiters});
+    co_await released;
 }
 
 void PreviewMaker::releaseCaughtUpWaiters()
 {
-    if (m_waiting.empty())
-        m_caughtUpWaiters.releaseAll();
+    std::erase_if(m_caughtUpWaiters, [this](const CaughtUpWaiter &waiter) {
+        if (!m_waiting.empty() && m_finishedDecodes < waiter.finishedDecodes)
+            return false;
+        waiter.waiters->releaseAll();
+        return true;
+    });
 }
 
 bool PreviewMaker::hasEarlyPreview(const QUrl &file) const
@@ -158,6 +166,7 @@ QCoro::Task<> PreviewMaker::run(std::shared_ptr<Work> work)
     work->made = co_await making;
     work->finished = true;
     --m_running;
+    ++m_finishedDecodes;
     work->waiters.releaseAll();
     startWaitingWork();
 }

@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 // Makes the previews of one session on the shared thread pool, never more than two at a time,
 // which bounds the memory that decoding full-size photos takes. It can also start on a photo
@@ -42,9 +43,11 @@ public:
     QCoro::Task<std::optional<QByteArray>> make(QUrl file);
     // Drops early work that has not started and early previews nobody has claimed.
     void dropEarlyWork();
-    // Ends at once, or as soon as no decode is left waiting for its turn. Work of lower
-    // priority (the originals) waits on it, so that when the photos come faster than the
-    // machine can take, the previews the client is waiting for are not the ones that fall behind.
+    // Ends at once, or as soon as no decode is left waiting for its turn, or once as many
+    // decodes have finished as were waiting when it was called. Work of lower priority (the
+    // originals) waits on it, so that when the photos come faster than the machine can take,
+    // the previews the client is waiting for are not the ones that fall behind; the bound keeps
+    // a steady stream of new photos from holding that work back for ever.
     QCoro::Task<> caughtUp();
 
     // For tests and benchmarks: whether an early preview of the file is finished and waiting
@@ -55,7 +58,7 @@ public:
 
 private:
     // Coroutines waiting for one moment, each let through once it has come. Its owner has to
-    // outlive the waiters, as a Work held by each waiter and the maker held by caughtUp() do.
+    // outlive the waiters, as a Work held by each waiter and the list held by caughtUp() do.
     class WaitList {
     public:
         [[nodiscard]] AsyncSemaphore::Awaiter join();
@@ -83,6 +86,11 @@ private:
     int m_running = 0;
     int m_peakDecodes = 0;
     qint64 m_reusedCount = 0;
-    WaitList m_caughtUpWaiters; // let through once no decode is waiting
+    struct CaughtUpWaiter {
+        qint64 finishedDecodes; // let through once this many decodes have finished
+        std::shared_ptr<WaitList> waiters;
+    };
+    std::vector<CaughtUpWaiter> m_caughtUpWaiters; // or once no decode is waiting
+    qint64 m_finishedDecodes = 0;
     quint64 m_nextSequence = 0;
 };

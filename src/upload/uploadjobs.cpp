@@ -84,7 +84,7 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
     scheduleSignal(context.previewSemaphore);
 }
 
-QCoro::Task<bool> UploadJobs::tryUploadOriginal(UploadJobContext context)
+QCoro::Task<UploadJobs::Attempt> UploadJobs::tryUploadOriginal(UploadJobContext context)
 {
     // An original gives way to previews still waiting to be decoded: reading, sending and
     // storing it takes processor time the previews need when photos come in faster than the
@@ -98,7 +98,7 @@ QCoro::Task<bool> UploadJobs::tryUploadOriginal(UploadJobContext context)
             .spawn();
     std::optional<QByteArray> bytes = co_await reading;
     if (!bytes)
-        co_return false;
+        co_return Attempt::unreadable;
     const QString contentType = QStringLiteral("image/jpeg");
     try {
         QCoro::Task<PresignResponse> authorising = context.api->presign(
@@ -109,18 +109,20 @@ QCoro::Task<bool> UploadJobs::tryUploadOriginal(UploadJobContext context)
         co_await storing;
     } catch (const std::exception &) {
         // An original's failure is never shown: its preview is already with the client.
-        co_return false;
+        co_return Attempt::failed;
     }
-    co_return true;
+    co_return Attempt::stored;
 }
 
 QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
 {
     co_await context.fullResSemaphore->wait();
 
-    QCoro::Task<bool> firstAttempt = tryUploadOriginal(context);
-    bool uploaded = co_await firstAttempt;
-    if (!uploaded) {
+    QCoro::Task<Attempt> firstAttempt = tryUploadOriginal(context);
+    Attempt attempt = co_await firstAttempt;
+    // A file that cannot be read ends the job at once: waiting would not make it readable, and
+    // the lane is not held up for it.
+    if (attempt == Attempt::failed) {
         // The permit is held through the pause on purpose: the whole lane waits, so a store that
         // is failing is not hammered by the originals queued behind this one.
         // A precise timer: a coarse one may end the pause a few percent early.
@@ -129,10 +131,10 @@ QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
         pause.setSingleShot(true);
         pause.start(originalRetryDelay);
         co_await &pause;
-        QCoro::Task<bool> secondAttempt = tryUploadOriginal(context);
-        uploaded = co_await secondAttempt;
+        QCoro::Task<Attempt> secondAttempt = tryUploadOriginal(context);
+        attempt = co_await secondAttempt;
     }
-    if (uploaded && context.manager)
+    if (attempt == Attempt::stored && context.manager)
         context.manager->recordOriginalUploaded();
     scheduleSignal(context.fullResSemaphore);
 }

@@ -41,8 +41,9 @@ public:
     static QCoro::Task<> runOriginalJob(UploadJobContext context);
 
 private:
-    // One attempt at an original: read, authorise, store. False on any failure.
-    static QCoro::Task<bool> tryUploadOriginal(UploadJobContext context);
+    enum class Attempt { stored, unreadable, failed };
+    // One attempt at an original: read, authorise, store.
+    static QCoro::Task<Attempt> tryUploadOriginal(UploadJobContext context);
     // The permit goes back in a task of its own, after the job has finished its turn.
     static void scheduleSignal(std::shared_ptr<AsyncSemaphore> semaphore);
 };

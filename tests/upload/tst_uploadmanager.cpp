@@ -11,12 +11,20 @@
 #include "taskoutcome.h"
 #include "uploadmanager.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QScopeGuard>
+#include <QSocketNotifier>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+
+#ifdef Q_OS_LINUX
+#include <sys/inotify.h>
+#include <unistd.h>
+#endif
 
 
 class UploadManagerTest : public QObject {
@@ -248,6 +256,48 @@ private Q_SLOTS:
         QVERIFY(!manager.error());
         QVERIFY(!StoredFiles(m_service).presignedNames().contains(QStringLiteral("A.JPG")));
     }
+
+#ifdef Q_OS_LINUX
+    // An original that cannot be read ends its job at once: no pause and no second read, and
+    // the next original goes ahead. Once its preview is done, the photo gives way to a folder
+    // (which opens, but cannot be read), and comes back as soon as the job has tried it: a job
+    // that paused and read again would find it and store it.
+    void unreadableOriginalEndsAtOnce()
+    {
+        const QString path = writePhoto(QStringLiteral("A.JPG"), m_jpeg);
+        const QString aside = m_folder->filePath(QStringLiteral("A.aside"));
+        const QString folder = m_folder->filePath(QStringLiteral("not-a-photo"));
+        QVERIFY(QDir().mkdir(folder));
+        const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        QVERIFY(watch >= 0);
+        const auto closeWatch = qScopeGuard([watch] { close(watch); });
+        QVERIFY(inotify_add_watch(watch, QFile::encodeName(folder).constData(), IN_CLOSE_NOWRITE) >= 0);
+        QSocketNotifier tried(watch, QSocketNotifier::Read);
+        bool readTried = false;
+        connect(&tried, &QSocketNotifier::activated, this, [&] {
+            char events[4096];
+            while (read(watch, events, sizeof events) > 0) {
+            }
+            if (!std::exchange(readTried, true))
+                QVERIFY(QFile::remove(path) && QFile::rename(aside, path));
+        });
+        UploadManager manager(m_folderId);
+        connect(&manager, &UploadManager::uploadedCountChanged, this, [&] {
+            if (manager.uploadedCount() != 1)
+                return;
+            QVERIFY(QFile::rename(path, aside) && QFile::link(folder, path));
+            manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("B.JPG"), m_jpeg)));
+        });
+        manager.uploadFile(QUrl::fromLocalFile(path));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 1, 30000);
+        QVERIFY(readTried);
+        const QStringList names = StoredFiles(m_service).presignedNames();
+        QCOMPARE(names.count(QStringLiteral("A.JPG")), 0);
+        QCOMPARE(names.count(QStringLiteral("B.JPG")), 1);
+        QCOMPARE(manager.fullResTotal(), 2);
+        QVERIFY(!manager.error());
+    }
+#endif
 
     void destroyedManagerLetsJobsFinish()
     {
