@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QPointer>
+#include <QStorageInfo>
 #include <QTimer>
 
 #include <algorithm>
@@ -144,13 +145,35 @@ void FolderWatcher::watchFolderIfPresent()
     if (!m_source || !m_source->directories().isEmpty())
         return;
     // Also after the folder was removed and made again: the old watch went with the old folder.
-    if (QFileInfo(m_folderPath).isDir())
-        m_source->addPath(m_folderPath);
+    if (QFileInfo(m_folderPath).isDir() && m_source->addPath(m_folderPath)) {
+        // The folder may be another one now, on another file system.
+        m_localFolderTimes = keepsFolderTimes(m_folderPath);
+        m_folderChanged = true;
+    }
+}
+
+bool FolderWatcher::folderTimesAreWatched() const
+{
+    return m_localFolderTimes && m_source && !m_source->directories().isEmpty();
+}
+
+bool FolderWatcher::keepsFolderTimes(const QString &folder)
+{
+    // Local file systems that change a folder's time with every name added, and whose
+    // notifications report every change; anything else (nfs, cifs, smb3, fuse.*, 9p, ...) is
+    // listed at every poll.
+    static const QSet<QByteArray> local{"ext2", "ext3", "ext4",  "xfs", "btrfs", "f2fs",
+                                        "zfs",  "tmpfs", "overlay", "apfs", "hfs"};
+    return local.contains(QStorageInfo(folder).fileSystemType());
 }
 
 void FolderWatcher::onFolderChanged()
 {
-    if (m_invalidated || m_folderChangeTimer->isActive())
+    if (m_invalidated)
+        return;
+    // Something changed in the folder, whatever its own modification time says.
+    m_folderChanged = true;
+    if (m_folderChangeTimer->isActive())
         return;
     m_folderChangeTimer->start(
         static_cast<int>(std::clamp(4 * m_lastCheckCost, shortestCoalescing, longestCoalescing)));
@@ -163,12 +186,19 @@ void FolderWatcher::checkForNewFiles()
     watchFolderIfPresent();
 
     // A folder of thousands of photos costs milliseconds to list, every second of a long
-    // session. Adding, removing or renaming an entry changes the folder's own modification time,
-    // so while that time stands still a settled folder need not be listed again. The stamp is
-    // only trusted once it lies further back than any file system's timestamp granularity.
+    // session. On a local disk, adding, removing or renaming an entry changes the folder's own
+    // modification time, so while that time stands still a settled folder need not be listed
+    // again. Network shares, FUSE mounts and cloud-drive folders don't all keep that promise;
+    // there the folder is listed at every poll. Even on a local disk the saving is only taken
+    // while the file system's notifications watch the folder, and a notification always leads
+    // to a listing, so a name added without touching the folder's time is found all the same.
+    // The stamp is only trusted once it lies further back than any file system's timestamp
+    // granularity.
     const std::optional<qint64> folderStamp = modificationTime(m_folderPath);
     const qint64 checkStart = now();
-    if (folderStamp && folderStamp == m_settledFolderStamp)
+    const bool folderChanged = std::exchange(m_folderChanged, false);
+    if (folderStamp && folderStamp == m_settledFolderStamp && !folderChanged &&
+        folderTimesAreWatched())
         return;
     m_settledFolderStamp.reset();
 

@@ -68,6 +68,9 @@ private:
                   qint64 checkTime);
     void scheduleReadyCheck();
     void watchFolderIfPresent();
+    // Whether the folder's own modification time can stand for its listing right now.
+    bool folderTimesAreWatched() const;
+    static bool keepsFolderTimes(const QString &folder);
 
     QUrl m_watchURL;
     QString m_folderPath;
@@ -82,6 +85,8 @@ private:
     // The folder's own modification time when a listing found nothing new and that time lay
     // well in the past; while it stays the same, no name can have been added.
     std::optional<qint64> m_settledFolderStamp;
+    bool m_localFolderTimes = false; // the folder is on a file system known to keep its time
+    bool m_folderChanged = false;    // a notification came since the last listing
     // Candidates seen not yet ready, and the next moment each is worth a look: when it can be
     // said to be quiet, or else when it can first be ready, if left alone.
     QMap<QString, qint64> m_pending;

@@ -127,6 +127,25 @@ private Q_SLOTS:
             QVERIFY(after >= 900); // the first poll, one second after start
     }
 
+    void photoInAFolderWhoseTimeStandsStillIsFound_data() { addModes(); }
+
+    // Network shares, FUSE mounts and cloud-drive folders may leave a folder's own modification
+    // time as it was when a file is added to it. Here the folder's time is put back after the
+    // photo is written, the way such a file system would have left it.
+    void photoInAFolderWhoseTimeStandsStillIsFound()
+    {
+        QFETCH(bool, notifications);
+        const QDateTime folderTime = longAgo();
+        QVERIFY(setModified(m_folder, folderTime));
+        FolderWatcher &watcher = makeWatcher(notifications);
+        watcher.start();
+        watcher.checkForNewFiles(); // the folder is seen settled, with nothing new in it
+        QVERIFY(writePhoto(QStringLiteral("IMG_0001.CR3")));
+        QVERIFY(setModified(m_folder, folderTime));
+        QCOMPARE(modifiedAt(m_folder), folderTime.toMSecsSinceEpoch());
+        QTRY_COMPARE_WITH_TIMEOUT(handedNames(), QStringList({"IMG_0001.CR3"}), 20'000);
+    }
+
     void watchFolderIsLeftUntouched()
     {
         QVERIFY(writePhoto(QStringLiteral("A.jpg")));
