@@ -120,7 +120,8 @@ QNetworkRequest APIClient::authorizedRequest(const QUrl &url) const
 }
 
 QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByteArray verb,
-                                                   QByteArray body, APIError::Case failureCase)
+                                                   QByteArray body, APIError::Case failureCase,
+                                                   bool yieldsUplink)
 {
     if (QThread::currentThread() != m_network->thread())
         qFatal("APIClient: requests must be sent from the thread that owns the client");
@@ -128,6 +129,8 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
     request.setAttribute(QNetworkRequest::ConnectionCacheExpiryTimeoutSecondsAttribute,
                          idleConnectionSeconds);
     auto *const once = new OneShotBody(std::move(body));
+    if (yieldsUplink)
+        once->yieldTo(&m_uplink);
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->sendCustomRequest(request, verb, once),
         [](QNetworkReply *r) { r->deleteLater(); });
@@ -251,7 +254,8 @@ QCoro::Task<QString> APIClient::uploadToStorage(PresignResponse presign, QByteAr
     // The body holds its own copy; the caller's bytes need not live on through the upload.
     fileData = QByteArray();
 
-    QCoro::Task<HttpResult> pending = send(request, "POST", std::move(body), APIError::uploadFailed);
+    QCoro::Task<HttpResult> pending = send(request, "POST", std::move(body), APIError::uploadFailed,
+                                           priority == QNetworkRequest::LowPriority);
     const HttpResult result =
         co_await pending;
     if (!isSuccess2xx(result.status))

@@ -4,6 +4,7 @@
 #include "apierror.h"
 #include "presignresponse.h"
 #include "sessionresponse.h"
+#include "uplinkgate.h"
 
 #include <QCoroTask>
 #include <QNetworkRequest>
@@ -48,10 +49,14 @@ public:
     QCoro::Task<> registerAttachment(qint64 folderId, QString url, QString key, QString bucket,
                                      QNetworkRequest::Priority priority =
                                          QNetworkRequest::NormalPriority);
-    // Posts the file as a multipart form and completes with its public URL.
+    // Posts the file as a multipart form and completes with its public URL. An upload of low
+    // priority gives the uplink to higher ones: its body holds back while uplink() is held.
     QCoro::Task<QString>
     uploadToStorage(PresignResponse presign, QByteArray fileData,
                     QNetworkRequest::Priority priority = QNetworkRequest::NormalPriority);
+
+    // Held by the preview lane while a preview is on its way to the service.
+    UplinkGate &uplink() { return m_uplink; }
 
     // 60 seconds unless a test needs to see a timeout sooner.
     void setRequestTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
@@ -70,10 +75,11 @@ private:
     // Sends and waits; throws TransportError, or APIError(failureCase) when the reply is not
     // HTTP. The status test is the caller's: the endpoints disagree on it on purpose.
     QCoro::Task<HttpResult> send(QNetworkRequest request, QByteArray verb, QByteArray body,
-                                 APIError::Case failureCase);
+                                 APIError::Case failureCase, bool yieldsUplink = false);
 
     QString m_baseURL;
     QString m_defaultStorageHost;
     std::chrono::milliseconds m_timeout{std::chrono::seconds(60)};
     QNetworkAccessManager *m_network;
+    UplinkGate m_uplink;
 };

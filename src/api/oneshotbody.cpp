@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "oneshotbody.h"
 
+#include "uplinkgate.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -9,6 +11,8 @@ OneShotBody::OneShotBody(QByteArray bytes, QObject *parent)
     , m_bytes(std::move(bytes))
 {
     open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    m_nextTrickle.setSingleShot(true);
+    connect(&m_nextTrickle, &QTimer::timeout, this, &QIODevice::readyRead);
 }
 
 bool OneShotBody::seek(qint64 position)
@@ -29,8 +33,24 @@ bool OneShotBody::reset()
     return false;
 }
 
+void OneShotBody::yieldTo(UplinkGate *gate)
+{
+    m_gate = gate;
+    // Qt stops asking for a body that gave nothing, until the body says it has more.
+    connect(gate, &UplinkGate::opened, this, &QIODevice::readyRead);
+}
+
 qint64 OneShotBody::readData(char *data, qint64 maxSize)
 {
+    if (const UplinkGate *const gate = m_gate.data(); gate && gate->isHeld()) {
+        if (m_sinceTrickle.isValid() && !m_sinceTrickle.hasExpired(trickleInterval.count())) {
+            if (!m_nextTrickle.isActive())
+                m_nextTrickle.start(trickleInterval - std::chrono::milliseconds(m_sinceTrickle.elapsed()));
+            return 0;
+        }
+        m_sinceTrickle.start();
+        maxSize = std::min(maxSize, trickleBytes);
+    }
     const qint64 left = m_bytes.size() - m_offset;
     if (left <= 0)
         return -1;

@@ -277,6 +277,29 @@ private Q_SLOTS:
         QCOMPARE(m_service.storedObject(presign->key), std::optional(QByteArray("bytes")));
     }
 
+    // While the uplink is held (a preview on its way), an upload of low priority (an original)
+    // holds back its body: it is not stored, however long it is given, a preview sent
+    // meanwhile is, and the original goes on once the uplink is let go.
+    void lowPriorityUploadHoldsBackWhileTheUplinkIsHeld()
+    {
+        const std::optional<PresignResponse> original = presignNow();
+        const std::optional<PresignResponse> preview = presignNow();
+        QVERIFY(original && preview);
+        const QByteArray originalBytes(2 * 1024 * 1024, 'o');
+        std::optional<UplinkGate::Hold> uplink(m_api->uplink().hold());
+        QCoro::Task<QString> storingOriginal =
+            m_api->uploadToStorage(*original, originalBytes, QNetworkRequest::LowPriority);
+        // Ample time for two megabytes on loopback: a body that went on would be stored.
+        QVERIFY(!QTest::qWaitFor([&] { return m_service.storedObject(original->key).has_value(); }, 3000));
+        QVERIFY(awaitOutcome(m_api->uploadToStorage(*preview, "preview", QNetworkRequest::HighPriority)).value);
+        QCOMPARE(m_service.storedObject(preview->key), std::optional(QByteArray("preview")));
+        QCOMPARE(m_service.storedObject(original->key), std::nullopt);
+        uplink.reset();
+        const auto stored = awaitOutcome(std::move(storingOriginal));
+        QVERIFY2(stored.value, stored.error ? [&] { try { std::rethrow_exception(stored.error); } catch (const std::exception &e) { return e.what(); } }() : "");
+        QCOMPARE(m_service.storedObject(original->key), std::optional(originalBytes));
+    }
+
 private:
     std::optional<PresignResponse> presignNow()
     {
