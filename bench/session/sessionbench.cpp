@@ -5,6 +5,7 @@
 //
 //   session_bench --make-photo FILE [--width W --height H]   writes a camera-like JPEG
 //   session_bench --photo FILE [--count 100] [--rate 10]     the latency run
+//   session_bench --photo FILE --count N --interval 2-10     photos at random intervals (seconds)
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
 #include "devservicefixture.h"
 #include "folderwatcher.h"
@@ -27,6 +28,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
+#include <random>
 #include <limits>
 #include <cstdio>
 #include <sys/resource.h>
@@ -127,7 +130,23 @@ void printReferencePreview(const QString &photoPath)
     std::printf("one preview of this photo, alone on the machine: %lld ms\n", fastest);
 }
 
-int latencyRun(const QString &photoPath, int count, int rate)
+// When the camera writes each photo, in milliseconds from the start: evenly at `rate` a second,
+// or at random intervals between the two bounds (the same ones at every run).
+std::vector<qint64> cameraSchedule(int count, int rate, std::optional<std::pair<double, double>> interval)
+{
+    std::vector<qint64> due;
+    std::mt19937 random(2026);
+    double at = 0;
+    for (int i = 0; i < count; ++i) {
+        due.push_back(static_cast<qint64>(at));
+        at += interval ? std::uniform_real_distribution<double>(interval->first, interval->second)(random) * 1000.0
+                       : 1000.0 / rate;
+    }
+    return due;
+}
+
+int latencyRun(const QString &photoPath, int count, int rate,
+               std::optional<std::pair<double, double>> interval)
 {
     printReferencePreview(photoPath);
     QFile source(photoPath);
@@ -140,13 +159,15 @@ int latencyRun(const QString &photoPath, int count, int rate)
     if (!session.open() || !session.start())
         return 1;
 
-    // The camera: one photo every 1/rate seconds, each written in four pieces.
+    // The camera: one photo at each moment of the schedule, each written in four pieces.
     std::vector<std::atomic<qint64>> lastWrite(static_cast<size_t>(count));
     const QString folder = session.folder.path();
+    const std::vector<qint64> schedule = cameraSchedule(count, rate, interval);
+    std::atomic<bool> cameraDone = false;
     const qint64 startedAt = QDateTime::currentMSecsSinceEpoch();
     std::thread camera([&] {
         for (int i = 0; i < count; ++i) {
-            const auto due = std::chrono::milliseconds(startedAt + i * 1000 / rate);
+            const auto due = std::chrono::milliseconds(startedAt + schedule[size_t(i)]);
             std::this_thread::sleep_until(std::chrono::system_clock::time_point(due));
             QFile file(QStringLiteral("%1/IMG_%2.JPG").arg(folder).arg(i, 4, 10, QLatin1Char('0')));
             if (!file.open(QIODevice::WriteOnly))
@@ -157,16 +178,33 @@ int latencyRun(const QString &photoPath, int count, int rate)
             file.close();
             lastWrite[size_t(i)] = QDateTime::currentMSecsSinceEpoch();
         }
+        cameraDone = true;
     });
 
+    // Done when every original is stored, or, if some photo failed on its way, once the last
+    // photo has been written and nothing has moved for half a minute.
     UploadManager *manager = session.model->uploadManager();
-    const bool done = waitUntil([&] { return manager->fullResUploaded() >= count; }, 600000);
-    const qint64 allStoredAt = QDateTime::currentMSecsSinceEpoch();
+    qint64 allStoredAt = 0;
+    qint64 lastMove = QDateTime::currentMSecsSinceEpoch();
+    qint64 seen = -1;
+    QObject::connect(manager, &UploadManager::fullResUploadedChanged, manager, [&] {
+        allStoredAt = QDateTime::currentMSecsSinceEpoch();
+    });
+    waitUntil([&] {
+        const qint64 moved = manager->uploadedCount() + manager->fullResUploaded();
+        if (moved != seen) {
+            seen = moved;
+            lastMove = QDateTime::currentMSecsSinceEpoch();
+        }
+        return manager->fullResUploaded() >= count ||
+               (cameraDone && QDateTime::currentMSecsSinceEpoch() - lastMove > 30000);
+    }, 3600000);
     camera.join();
-    if (!done) {
-        std::fprintf(stderr, "only %lld of %d originals stored\n", manager->fullResUploaded(), count);
-        return 1;
-    }
+    const std::optional<QString> lastError = manager->error();
+    if (manager->fullResUploaded() < count)
+        std::fprintf(stderr, "only %lld of %d originals stored, %lld previews registered; last error: %s\n",
+                     manager->fullResUploaded(), count, manager->uploadedCount(),
+                     lastError ? qPrintable(*lastError) : "none");
 
     std::vector<qint64> latencies;
     for (const DevService::RegisteredFile &file : session.service.registeredFiles(*session.model->session().folderId)) {
@@ -174,17 +212,45 @@ int latencyRun(const QString &photoPath, int count, int rate)
         const qint64 registeredAt = QDateTime::fromString(file.registeredAt, Qt::ISODateWithMs).toMSecsSinceEpoch();
         latencies.push_back(registeredAt - lastWrite[size_t(index)]);
     }
+    if (latencies.empty())
+        return 1;
     std::sort(latencies.begin(), latencies.end());
     const auto at = [&](double q) { return latencies[std::min(latencies.size() - 1, size_t(q * double(latencies.size())))]; };
-    std::printf("photos: %d of %.1f MB at %d per second\n", count, double(photo.size()) / 1e6, rate);
+    if (interval)
+        std::printf("photos: %d of %.1f MB, %.0f to %.0f s apart\n", count, double(photo.size()) / 1e6,
+                    interval->first, interval->second);
+    else
+        std::printf("photos: %d of %.1f MB at %d per second\n", count, double(photo.size()) / 1e6, rate);
     std::printf("previews registered: %zu\n", latencies.size());
     std::printf("last write -> preview registered: median %lld ms, p95 %lld ms, max %lld ms\n",
                 at(0.5), at(0.95), latencies.back());
     std::printf("first write -> every original stored: %.1f s\n", double(allStoredAt - startedAt) / 1000.0);
+    // The originals go one after the other from the first preview on: the first original starts
+    // as soon as its preview is registered, and the link is theirs whenever no preview needs it.
+    const qint64 firstRegistered = [&] {
+        qint64 first = std::numeric_limits<qint64>::max();
+        for (const DevService::RegisteredFile &file : session.service.registeredFiles(*session.model->session().folderId))
+            first = std::min(first, QDateTime::fromString(file.registeredAt, Qt::ISODateWithMs).toMSecsSinceEpoch());
+        return first;
+    }();
+    const double originalSeconds = double(allStoredAt - firstRegistered) / 1000.0;
+    const double originalMegabits = double(photo.size()) * double(manager->fullResUploaded()) * 8.0 / 1e6;
+    std::printf("originals: %lld of %.1f MB from the first preview registered to the last stored, "
+                "%.1f s: %.2f Mbit/s\n",
+                manager->fullResUploaded(), double(photo.size()) / 1e6, originalSeconds,
+                originalMegabits / originalSeconds);
+    if (const std::optional<QByteArray> preview = ImageResizer::createPreview(QUrl::fromLocalFile(photoPath)))
+        std::printf("each preview: %.2f MB\n", double(preview->size()) / 1e6);
+    // A clean run authorises each photo twice (preview and original); more means a request met
+    // a lost connection and an original was tried again.
+    std::printf("authorisations: %lld for %d photos (a clean run needs %d)\n",
+                static_cast<long long>(session.service.requests(QStringLiteral("presign")).size()), count,
+                2 * count);
+    std::printf("last upload error: %s\n", lastError ? qPrintable(*lastError) : "none");
     std::printf("previews made before their photo was handed over: %lld\n",
                 manager->previews().reusedCount());
     std::printf("peak memory of the process: %ld MB\n", peakMegabytes());
-    return latencies.size() == size_t(count) ? 0 : 1;
+    return latencies.size() == size_t(count) && manager->fullResUploaded() == count ? 0 : 1;
 }
 
 int idleRun(int files, int seconds)
@@ -219,13 +285,23 @@ int main(int argc, char **argv)
     const QCommandLineOption heightOption(QStringLiteral("height"), QStringLiteral("Height"), QStringLiteral("px"), QStringLiteral("4000"));
     const QCommandLineOption countOption(QStringLiteral("count"), QStringLiteral("Photos"), QStringLiteral("n"), QStringLiteral("100"));
     const QCommandLineOption rateOption(QStringLiteral("rate"), QStringLiteral("Photos per second"), QStringLiteral("n"), QStringLiteral("10"));
+    const QCommandLineOption intervalOption(QStringLiteral("interval"), QStringLiteral("Seconds between photos, at random between two bounds"), QStringLiteral("min-max"));
     const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("Idle seconds"), QStringLiteral("s"), QStringLiteral("30"));
-    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, countOption, rateOption, secondsOption});
+    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, countOption, rateOption, intervalOption, secondsOption});
     parser.process(app);
     if (parser.isSet(makePhotoOption))
         return makePhoto(parser.value(makePhotoOption), parser.value(widthOption).toInt(), parser.value(heightOption).toInt());
-    if (parser.isSet(photoOption))
-        return latencyRun(parser.value(photoOption), parser.value(countOption).toInt(), parser.value(rateOption).toInt());
+    if (parser.isSet(photoOption)) {
+        std::optional<std::pair<double, double>> interval;
+        if (parser.isSet(intervalOption)) {
+            const QStringList bounds = parser.value(intervalOption).split(QLatin1Char('-'));
+            if (bounds.size() != 2)
+                parser.showHelp(2);
+            interval = std::pair(bounds[0].toDouble(), bounds[1].toDouble());
+        }
+        return latencyRun(parser.value(photoOption), parser.value(countOption).toInt(),
+                          parser.value(rateOption).toInt(), interval);
+    }
     if (parser.isSet(idleOption))
         return idleRun(parser.value(idleOption).toInt(), parser.value(secondsOption).toInt());
     parser.showHelp(2);
