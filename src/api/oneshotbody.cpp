@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "oneshotbody.h"
 
+#include "sendqueuelimit.h"
 #include "uplinkgate.h"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 OneShotBody::OneShotBody(QByteArray bytes, QObject *parent)
     : QIODevice(parent)
@@ -42,6 +44,10 @@ void OneShotBody::yieldTo(UplinkGate *gate)
 
 qint64 OneShotBody::readData(char *data, qint64 maxSize)
 {
+    // Qt asks for the first piece once the connection is open: from then on, what this body
+    // holds back is not already queued in the kernel.
+    if (m_gate && m_offset == 0 && !std::exchange(m_queueLimited, true))
+        SendQueueLimit::applyToOpenConnections();
     if (const UplinkGate *const gate = m_gate.data(); gate && gate->isHeld()) {
         if (m_sinceTrickle.isValid() && !m_sinceTrickle.hasExpired(trickleInterval.count())) {
             if (!m_nextTrickle.isActive())

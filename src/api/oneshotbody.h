@@ -49,6 +49,7 @@ private:
     QByteArray m_bytes;
     qint64 m_offset = 0;
     bool m_resendRefused = false;
+    bool m_queueLimited = false;
     QPointer<UplinkGate> m_gate;
     QElapsedTimer m_sinceTrickle; // invalid until the first piece handed out while held
     QTimer m_nextTrickle;
