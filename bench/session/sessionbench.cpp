@@ -224,7 +224,8 @@ int latencyRun(const QString &photoPath, int count, int rate,
     std::printf("previews registered: %zu\n", latencies.size());
     std::printf("last write -> preview registered: median %lld ms, p95 %lld ms, max %lld ms\n",
                 at(0.5), at(0.95), latencies.back());
-    std::printf("first write -> every original stored: %.1f s\n", double(allStoredAt - startedAt) / 1000.0);
+    if (allStoredAt > 0)
+        std::printf("first write -> last original stored: %.1f s\n", double(allStoredAt - startedAt) / 1000.0);
     // The originals go one after the other from the first preview on: the first original starts
     // as soon as its preview is registered, and the link is theirs whenever no preview needs it.
     const qint64 firstRegistered = [&] {
@@ -235,10 +236,11 @@ int latencyRun(const QString &photoPath, int count, int rate,
     }();
     const double originalSeconds = double(allStoredAt - firstRegistered) / 1000.0;
     const double originalMegabits = double(photo.size()) * double(manager->fullResUploaded()) * 8.0 / 1e6;
-    std::printf("originals: %lld of %.1f MB from the first preview registered to the last stored, "
-                "%.1f s: %.2f Mbit/s\n",
-                manager->fullResUploaded(), double(photo.size()) / 1e6, originalSeconds,
-                originalMegabits / originalSeconds);
+    if (allStoredAt > 0)
+        std::printf("originals: %lld of %.1f MB from the first preview registered to the last stored, "
+                    "%.1f s: %.2f Mbit/s\n",
+                    manager->fullResUploaded(), double(photo.size()) / 1e6, originalSeconds,
+                    originalMegabits / originalSeconds);
     if (const std::optional<QByteArray> preview = ImageResizer::createPreview(QUrl::fromLocalFile(photoPath)))
         std::printf("each preview: %.2f MB\n", double(preview->size()) / 1e6);
     // A clean run authorises each photo twice (preview and original); more means a request met
