@@ -137,15 +137,21 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
     once->setParent(reply.get());
     co_await reply.get();
 
-    // Qt wanted to send the request again: the connection closed before the whole reply came.
-    if (once->resendRefused())
-        throw connectionClosedBeforeReply();
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    QByteArray replyBody = reply->readAll();
+    // Qt wanted to send the request again before the whole reply had come: the connection
+    // closed. (After a whole 307 or 308 reply it rewinds the body too, in case the redirect is
+    // followed; that reply is judged by its status like any other.)
+    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+    const bool wholeReply =
+        status.isValid() && (!length.isValid() || replyBody.size() >= length.toLongLong());
+    if (once->resendRefused() && !wholeReply)
+        throw connectionClosedBeforeReply();
     if (isTransportFailure(reply->error()) || (!status.isValid() && reply->error()))
         throw TransportError(reply->error(), reply->errorString());
     if (!status.isValid())
         throw APIError(failureCase);
-    co_return HttpResult{status.toInt(), reply->readAll()};
+    co_return HttpResult{status.toInt(), std::move(replyBody)};
 }
 
 QCoro::Task<QString> APIClient::authenticate(QString email, QString password)
