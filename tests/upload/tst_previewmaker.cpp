@@ -273,6 +273,24 @@ private Q_SLOTS:
         QVERIFY2(ready >= 2, qPrintable(QString::number(ready)));
     }
 
+    // Photos that keep coming don't hold back for ever what waits on caughtUp(): it is let
+    // through once as many decodes have finished as were waiting when it was asked.
+    void caughtUpWaitsForTheDecodesWaitingThenOnly()
+    {
+        QList<QUrl> files;
+        for (int seed = 330; seed < 344; ++seed)
+            files << write(QStringLiteral("IMG_%1.JPG").arg(seed), photo(std::uint32_t(seed)));
+        letSettle();
+        for (const QUrl &file : files.first(4))
+            m_maker->prepare(file); // two decoding, two waiting
+        int ready = -1;
+        countWhenCaughtUp(m_maker, files, &ready);
+        for (const QUrl &file : files.sliced(4))
+            m_maker->prepare(file); // and more keep coming
+        QVERIFY(QTest::qWaitFor([&] { return ready >= 0; }, 60000));
+        QVERIFY2(ready >= 2 && ready <= 4, qPrintable(QString::number(ready)));
+    }
+
     void caughtUpEndsWhenEarlyWorkIsDropped()
     {
         const QList<QUrl> files = prepareSettled(4, 320);
