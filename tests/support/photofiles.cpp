@@ -45,14 +45,16 @@ void appendBigEndian16(QByteArray &bytes, int value) {
 
 } // namespace
 
-QByteArray PhotoFiles::encodeJpeg(const QImage &image, int quality, Chroma chroma) {
+QByteArray PhotoFiles::encodeJpeg(const QImage &image, int quality, Chroma chroma,
+                                  bool progressive) {
     const QImage rgb = image.convertToFormat(QImage::Format_RGB888);
     const Turbo handle(tjInitCompress());
     unsigned char *buffer = nullptr;
     unsigned long size = 0;
     const bool ok =
         tjCompress2(handle.get(), rgb.constBits(), rgb.width(), int(rgb.bytesPerLine()),
-                    rgb.height(), TJPF_RGB, &buffer, &size, subsamplingOf(chroma), quality, 0) == 0;
+                    rgb.height(), TJPF_RGB, &buffer, &size, subsamplingOf(chroma), quality,
+                    progressive ? TJFLAG_PROGRESSIVE : 0) == 0;
     return takeBuffer(buffer, size, ok);
 }
 

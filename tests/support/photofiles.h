@@ -14,9 +14,9 @@ class PhotoFiles {
 public:
     enum class Chroma { Subsampled420, Subsampled422, Full444, Grey };
 
-    // A baseline JPEG of an RGB888 image.
+    // A baseline (or progressive) JPEG of an RGB888 image.
     static QByteArray encodeJpeg(const QImage &image, int quality,
-                                 Chroma chroma = Chroma::Subsampled420);
+                                 Chroma chroma = Chroma::Subsampled420, bool progressive = false);
     // A YCCK JPEG of a flat CMYK colour, values as Adobe stores them (255 means no ink).
     static QByteArray encodeCmykJpeg(QSize size, std::array<quint8, 4> cmyk, int quality);
     // A JPEG of a smooth gradient, built from planes so that even 100 megapixels need no RGB

@@ -3,6 +3,7 @@
 
 #include "jpegpreview.h"
 #include "previewgeometry.h"
+#include "previewpngreader.h"
 #include "previewqtreader.h"
 #include "previewtiffreader.h"
 #include "rawpreview.h"
@@ -29,7 +30,14 @@ Signature signatureOf(const QByteArray &head) {
     return Signature::Other;
 }
 
+// A JPEG is decoded from memory, so its bytes count against the preview's memory too. The best
+// quality a camera writes stays under a byte per pixel, so even a 200-megapixel photo fits;
+// a larger file is junk that only claims to be a JPEG.
+constexpr qint64 largestJpegBytes = 160 * 1024 * 1024;
+
 std::optional<QByteArray> jpegPreview(QFile &file) {
+    if (file.size() > largestJpegBytes)
+        return std::nullopt;
     // Read, not mapped: a file cut short while mapped would kill the process with SIGBUS.
     const QByteArray bytes = file.readAll();
     const JpegPreview jpeg(std::span(reinterpret_cast<const std::uint8_t *>(bytes.constData()),
@@ -49,7 +57,7 @@ std::optional<QByteArray> preview(const QString &path) {
         return jpegPreview(file);
     file.close();
     if (signature == Signature::Png)
-        return PreviewQtReader::createPreview(path);
+        return PreviewPngReader::createPreview(path);
     // LibRaw first: it knows which TIFF-signed files are raw and turns plain TIFFs away.
     if (RawPreview raw(path); raw.isRaw())
         return raw.render();

@@ -5,7 +5,6 @@
 
 #include <QtGlobal>
 #include <cmath>
-#include <limits>
 
 namespace {
 
@@ -20,7 +19,8 @@ qint64 truncated(double product) {
 } // namespace
 
 std::optional<QSize> PreviewGeometry::targetSize(QSize fullSize) {
-    if (fullSize.width() <= 0 || fullSize.height() <= 0)
+    if (fullSize.width() <= 0 || fullSize.height() <= 0 ||
+        qint64(fullSize.width()) * fullSize.height() > largestSourcePixels)
         return std::nullopt;
     const double width = fullSize.width();
     const double height = fullSize.height();
@@ -31,7 +31,8 @@ std::optional<QSize> PreviewGeometry::targetSize(QSize fullSize) {
         scale = 1.0;
     const qint64 targetWidth = truncated(scale * width);
     const qint64 targetHeight = truncated(scale * height);
-    if (targetWidth <= 0 || targetHeight <= 0 || targetHeight > std::numeric_limits<int>::max())
+    if (targetWidth <= 0 || targetHeight <= 0 ||
+        targetWidth * targetHeight > largestPreviewPixels)
         return std::nullopt;
     return QSize(int(targetWidth), int(targetHeight));
 }

@@ -11,11 +11,6 @@
 
 namespace {
 
-// Qt 6.4's readers refuse images over 128 MB by default, which a 36-megapixel photo passes as
-// 32-bit pixels and a 100-megapixel one by far; this still refuses absurd sizes from damaged
-// headers.
-constexpr int allocationLimitMegabytes = 2048;
-
 // A few hundred rows at a time through Qt's converters for the formats read less often; only
 // the band is ever converted, never a second full-size copy.
 constexpr int bandRows = 64;
@@ -39,7 +34,7 @@ void pushBands(const QImage &image, PreviewRgbScaler &scaler) {
     }
 }
 
-// The formats PNG decodes to most often, read in place.
+// The formats Qt decodes to most often, read in place.
 bool pushRows(const QImage &image, PreviewRgbScaler &scaler) {
     const QImage::Format format = image.format();
     if (format != QImage::Format_RGB32 && format != QImage::Format_ARGB32_Premultiplied &&
@@ -76,8 +71,12 @@ bool pushRows(const QImage &image, PreviewRgbScaler &scaler) {
 std::optional<QByteArray> PreviewQtReader::createPreview(const QString &path) {
     QImageReader reader(path);
     reader.setDecideFormatFromContent(true);
-    reader.setAllocationLimit(allocationLimitMegabytes);
     reader.setAutoTransform(false);
+    // The size the header claims is checked before anything is decoded. Qt's own allocation
+    // limit (a process-wide setting, left as it is) then refuses a whole-image decode of more
+    // than 128 MB, which bounds the memory of these rarer formats.
+    if (const QSize claimed = reader.size(); claimed.isValid() && !PreviewGeometry::targetSize(claimed))
+        return std::nullopt;
     QImage image;
     if (!reader.read(&image) || image.isNull())
         return std::nullopt;

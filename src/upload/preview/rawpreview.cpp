@@ -6,6 +6,7 @@
 #include "previewrgbscaler.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <cmath>
 #include <cstdint>
 #include <libraw/libraw.h>
@@ -18,6 +19,11 @@ namespace {
 // or succeeds silently instead.
 void ignoreDataError(void *, const char *, const int) {}
 void ignoreMemoryError(void *, const char *, const char *) {}
+
+// Raw data takes two bytes a pixel once unpacked. Compressed raws keep well over a byte for
+// every eight pixels, so a file smaller than that cannot hold the raw it claims: it is cut
+// short or lying, and unpacking it would allocate for nothing.
+constexpr qint64 pixelsPerFileByte = 8;
 
 struct ProcessedImageFree {
     void operator()(libraw_processed_image_t *image) const { LibRaw::dcraw_clear_mem(image); }
@@ -37,6 +43,7 @@ bool coversDevelopedFrame(QSize jpeg, QSize developed, QSize target) {
 
 RawPreview::RawPreview(const QString &path)
     : m_path(QFile::encodeName(path))
+    , m_fileSize(QFileInfo(path).size())
     , m_raw(std::make_unique<LibRaw>()) {
     if (!open())
         return;
@@ -60,6 +67,8 @@ bool RawPreview::open() {
     m_raw->set_memerror_handler(&ignoreMemoryError, nullptr);
     libraw_output_params_t &params = m_raw->imgdata.params;
     params.user_flip = 0;
+    // LibRaw's own cap on the unpacked raw: the largest photo decoded at two bytes a pixel.
+    params.max_raw_memory_mb = unsigned(PreviewGeometry::largestSourcePixels * 2 / (1024 * 1024));
     return m_raw->open_file(m_path.constData()) == LIBRAW_SUCCESS;
 }
 
@@ -73,7 +82,9 @@ std::optional<QByteArray> RawPreview::render() {
 }
 
 std::optional<QByteArray> RawPreview::renderEmbeddedJpeg(QSize target) {
-    if (m_raw->unpack_thumb() != LIBRAW_SUCCESS)
+    // A thumbnail longer than the file is a damaged directory, not a JPEG to allocate for.
+    if (qint64(m_raw->imgdata.thumbnail.tlength) > m_fileSize ||
+        m_raw->unpack_thumb() != LIBRAW_SUCCESS)
         return std::nullopt;
     const libraw_thumbnail_t &thumbnail = m_raw->imgdata.thumbnail;
     if (thumbnail.tformat != LIBRAW_THUMBNAIL_JPEG || thumbnail.thumb == nullptr ||
@@ -92,6 +103,11 @@ std::optional<QByteArray> RawPreview::renderEmbeddedJpeg(QSize target) {
 std::optional<QByteArray> RawPreview::renderDeveloped(QSize target) {
     // A fresh open: LibRaw's processing wants its steps in order, and the thumbnail was read.
     if (!open())
+        return std::nullopt;
+    const libraw_image_sizes_t &sizes = m_raw->imgdata.sizes;
+    const qint64 rawPixels = qint64(sizes.raw_width) * sizes.raw_height;
+    if (rawPixels > PreviewGeometry::largestSourcePixels ||
+        rawPixels > m_fileSize * pixelsPerFileByte)
         return std::nullopt;
     libraw_output_params_t &params = m_raw->imgdata.params;
     // Half size takes each 2x2 Bayer cell as one pixel: a quarter of the work and no

@@ -38,6 +38,7 @@ private:
     std::optional<QByteArray> renderDeveloped(QSize target);
 
     QByteArray m_path;
+    qint64 m_fileSize = 0;
     std::unique_ptr<LibRaw> m_raw;
     QSize m_developedSize;
     Source m_source = Source::Nothing;
