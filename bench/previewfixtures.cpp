@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
-// preview_fixtures <folder>
+// preview_fixtures [--memory] <folder>
 // Writes the photographs the preview benchmark runs on: camera-like JPEGs of 24 and 45 MP and
 // a portrait, the 24 MP picture as 16-bit TIFF and as PNG, and two 24 MP DNGs, one embedding
 // the same full-size JPEG (as modern cameras do) and one with only a thumbnail.
+// With --memory, the photographs whose peak memory bench/run-memory-peaks measures instead: the
+// largest of each kind the program must take in its stride.
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "rawdngwriter.h"
@@ -10,6 +12,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QImageWriter>
+#include <QStringList>
 #include <cstdio>
 
 namespace {
@@ -22,15 +25,49 @@ bool report(const QString &path, bool ok) {
     return ok;
 }
 
+bool writeMemoryFixtures(const QDir &folder) {
+    const auto at = [&](const char *name) { return folder.filePath(QString::fromLatin1(name)); };
+    bool ok = true;
+    ok &= report(at("jpeg-100mp.jpg"),
+                 PhotoFiles::writeFile(at("jpeg-100mp.jpg"),
+                                       PhotoFiles::encodeGradientJpeg({12240, 8160}, 92)));
+    {
+        const QImage photo45 = PhotoGenerator({8256, 5504}, 45).image8();
+        ok &= report(at("jpeg-progressive-45mp.jpg"),
+                     PhotoFiles::writeFile(at("jpeg-progressive-45mp.jpg"),
+                                           PhotoFiles::encodeJpeg(photo45, cameraQuality,
+                                                                  PhotoFiles::Chroma::Subsampled420,
+                                                                  true)));
+        ok &= report(at("jpeg-45mp.jpg"),
+                     PhotoFiles::writeFile(at("jpeg-45mp.jpg"),
+                                           PhotoFiles::encodeJpeg(photo45, cameraQuality)));
+        QImageWriter png(at("png-45mp.png"), "png");
+        ok &= report(at("png-45mp.png"), png.write(photo45));
+        ok &= report(at("tiff8-45mp.tif"), PhotoFiles::writeTiff(at("tiff8-45mp.tif"), {photo45}, 8));
+    }
+    const PhotoGenerator scene24({6000, 4000}, 24);
+    const QImage photo24 = scene24.image8();
+    ok &= report(at("dng-bayer-24mp.dng"),
+                 RawDngWriter::write(at("dng-bayer-24mp.dng"), photo24, photo24.scaled(256, 171)));
+    ok &= report(at("dng-jpeg-24mp.dng"),
+                 RawDngWriter::write(at("dng-jpeg-24mp.dng"), photo24, photo24.scaled(256, 171),
+                                     PhotoFiles::encodeJpeg(photo24, cameraQuality)));
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
     QCoreApplication app(argc, argv);
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: preview_fixtures <folder>\n");
+    QStringList args = app.arguments().mid(1);
+    const bool memory = args.removeAll(QStringLiteral("--memory")) > 0;
+    if (args.size() != 1) {
+        std::fprintf(stderr, "usage: preview_fixtures [--memory] <folder>\n");
         return 2;
     }
-    const QDir folder(QString::fromLocal8Bit(argv[1]));
+    const QDir folder(args.at(0));
+    if (memory)
+        return writeMemoryFixtures(folder) ? 0 : 1;
     const auto at = [&](const char *name) { return folder.filePath(QString::fromLatin1(name)); };
     bool ok = true;
 
