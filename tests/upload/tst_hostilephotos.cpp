@@ -5,6 +5,7 @@
 #include "imageresizer.h"
 #include "photofiles.h"
 #include "photogenerator.h"
+#include "photoreference.h"
 #include "previewfixture.h"
 #include "rawdngwriter.h"
 
@@ -35,6 +36,8 @@ private slots:
     void truncatedFilesGiveNoPreview();
     void photosWithinTheLimitsStillGetPreviews();
     void previewsLeaveProcessSettingsAlone();
+    void progressivePhotosPreviewLikeBaselineOnes_data();
+    void progressivePhotosPreviewLikeBaselineOnes();
 };
 
 void TestHostilePhotos::claimedSizesBeyondTheLimitsGiveNoPreview_data() {
@@ -146,6 +149,33 @@ void TestHostilePhotos::previewsLeaveProcessSettingsAlone() {
     for (const char *name : {"photo.bmp", "photo.png", "photo.tif"})
         QCOMPARE(previewOf(path(QLatin1String(name))).size(), QSize(2000, 1333));
     QCOMPARE(QImageReader::allocationLimit(), limit);
+}
+
+void TestHostilePhotos::progressivePhotosPreviewLikeBaselineOnes_data() {
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<int>("chroma");
+    // Scaled and unscaled decodes; chroma of every layout; sizes that leave partial blocks.
+    QTest::newRow("4:2:0 scaled") << QSize(4099, 2731) << int(PhotoFiles::Chroma::Subsampled420);
+    QTest::newRow("4:2:2 scaled") << QSize(2601, 1733) << int(PhotoFiles::Chroma::Subsampled422);
+    QTest::newRow("4:4:4 whole") << QSize(1203, 805) << int(PhotoFiles::Chroma::Full444);
+    QTest::newRow("grey scaled") << QSize(6007, 4001) << int(PhotoFiles::Chroma::Grey);
+}
+
+void TestHostilePhotos::progressivePhotosPreviewLikeBaselineOnes() {
+    // Progressive photos are decoded by another road, with their coefficients kept mostly on
+    // disk; the picture must not tell.
+    QFETCH(QSize, size);
+    QFETCH(int, chroma);
+    const QImage &picture = scene(size, 9);
+    const auto layout = PhotoFiles::Chroma(chroma);
+    const QImage baseline =
+        previewOf(write("baseline.jpg", PhotoFiles::encodeJpeg(picture, 92, layout)));
+    const QImage progressive =
+        previewOf(write("progressive.jpg", PhotoFiles::encodeJpeg(picture, 92, layout, true)));
+    QVERIFY(!baseline.isNull());
+    QCOMPARE(progressive.size(), baseline.size());
+    const double psnr = PhotoReference::psnr(progressive, baseline);
+    QVERIFY2(psnr > 45.0, qPrintable(QString::number(psnr)));
 }
 
 QTEST_GUILESS_MAIN(TestHostilePhotos)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "jpegdecoder.h"
 
+#include "progressivejpegdecoder.h"
+
 #include <array>
 #include <turbojpeg.h>
 
@@ -50,6 +52,10 @@ QSize JpegDecoder::scaledSize(int eighths) const {
 std::optional<JpegPlanes> JpegDecoder::decodePlanes(int eighths) const {
     if (!hasPlanes())
         return std::nullopt;
+    // TurboJPEG would hold all of a progressive picture's coefficients in memory.
+    if (ProgressiveJpegDecoder::isProgressive(m_jpeg))
+        return ProgressiveJpegDecoder::decodePlanes(m_jpeg, eighths, scaledSize(eighths),
+                                                    m_subsampling);
     JpegPlanes planes(scaledSize(eighths), m_subsampling);
     std::array<unsigned char *, 3> pointers{};
     std::array<int, 3> strides{};
