@@ -29,8 +29,10 @@ bool writeMemoryFixtures(const QDir &folder) {
     const auto at = [&](const char *name) { return folder.filePath(QString::fromLatin1(name)); };
     bool ok = true;
     ok &= report(at("jpeg-100mp.jpg"),
-                 PhotoFiles::writeFile(at("jpeg-100mp.jpg"),
-                                       PhotoFiles::encodeGradientJpeg({12240, 8160}, 92)));
+                 PhotoFiles::writeFile(
+                     at("jpeg-100mp.jpg"),
+                     PhotoFiles::encodeJpeg(PhotoGenerator({12240, 8160}, 100).image8(),
+                                            cameraQuality)));
     {
         const QImage photo45 = PhotoGenerator({8256, 5504}, 45).image8();
         ok &= report(at("jpeg-progressive-45mp.jpg"),
