@@ -7,6 +7,7 @@
 //   session_bench --photo FILE [--count 100] [--rate 10]     the latency run
 //   session_bench --photo FILE --count N --interval 2-10     photos at random intervals (seconds)
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
+#include "apiclient.h"
 #include "devservicefixture.h"
 #include "folderwatcher.h"
 #include "imageresizer.h"
@@ -83,8 +84,7 @@ struct Session {
             std::fprintf(stderr, "devservice: %s\n", qPrintable(service.errorString()));
             return false;
         }
-        qputenv("QUILLMERE_SERVICE_URL", service.baseURL().toUtf8());
-        qputenv("QUILLMERE_STORAGE_HOST", service.storageHost().toUtf8());
+        APIClient::redirectShared(service.baseURL(), service.storageHost());
         model = std::make_unique<SessionViewModel>();
         return true;
     }

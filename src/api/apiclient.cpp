@@ -23,10 +23,9 @@
 
 namespace {
 
-QString configured(const char *environmentName, const char *builtIn)
+QString orBuiltIn(const QString &redirected, const char *builtIn)
 {
-    const QString fromEnvironment = qEnvironmentVariable(environmentName);
-    return fromEnvironment.isEmpty() ? QString::fromUtf8(builtIn) : fromEnvironment;
+    return redirected.isEmpty() ? QString::fromUtf8(builtIn) : redirected;
 }
 
 // Every address is assembled from trusted pieces, so one that does not parse is a defect of
@@ -79,10 +78,27 @@ APIClient &APIClient::shared()
 {
     // Made once and deliberately never destroyed: upload jobs may still hold it while the
     // application shuts down.
-    static APIClient *const instance =
-        new APIClient(configured("QUILLMERE_SERVICE_URL", QUILLMERE_DEFAULT_SERVICE_URL),
-                      configured("QUILLMERE_STORAGE_HOST", QUILLMERE_DEFAULT_STORAGE_HOST));
+    static APIClient *const instance = [] {
+#if QUILLMERE_TEST_SWITCHES
+        // A development build may be pointed at a local service from outside, as the tests
+        // that run the whole program do. A shipped build has no such door: its addresses are
+        // the ones it was built with.
+        const QString service = qEnvironmentVariable("QUILLMERE_SERVICE_URL");
+        const QString storage = qEnvironmentVariable("QUILLMERE_STORAGE_HOST");
+#else
+        const QString service, storage;
+#endif
+        return new APIClient(orBuiltIn(service, QUILLMERE_DEFAULT_SERVICE_URL),
+                             orBuiltIn(storage, QUILLMERE_DEFAULT_STORAGE_HOST));
+    }();
     return *instance;
+}
+
+void APIClient::redirectShared(QString baseURL, QString defaultStorageHost)
+{
+    APIClient &client = shared();
+    client.m_baseURL = std::move(baseURL);
+    client.m_defaultStorageHost = std::move(defaultStorageHost);
 }
 
 APIClient::APIClient(QString baseURL, QString defaultStorageHost)

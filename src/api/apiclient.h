@@ -25,9 +25,13 @@ class QUrl;
 class APIClient {
 public:
     // The process-wide client: made on first use (from the main thread) and never released.
-    // Its addresses come from QUILLMERE_SERVICE_URL and QUILLMERE_STORAGE_HOST when set, else
-    // from the values fixed at build time.
+    // Its addresses are the ones fixed at build time; a development build also takes them from
+    // QUILLMERE_SERVICE_URL and QUILLMERE_STORAGE_HOST when those are set.
     static APIClient &shared();
+    // Points the shared client at another service and object store, for the programs that
+    // embed it (tests, benchmarks) in any build. The program itself never calls it. From the
+    // main thread, while no request is under way.
+    static void redirectShared(QString baseURL, QString defaultStorageHost);
 
     APIClient(QString baseURL, QString defaultStorageHost);
     ~APIClient();

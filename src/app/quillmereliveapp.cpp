@@ -4,7 +4,9 @@
 #include "folderpanel.h"
 #include "passwordfieldaccessible.h"
 #include "statusitem.h"
+#if QUILLMERE_TEST_SWITCHES
 #include "testtrace.h"
+#endif
 #include "traypanel.h"
 
 #include <QApplication>
@@ -36,8 +38,10 @@ bool QuillmereLiveApp::start() {
     if (!window)
         return false;
 
+#if QUILLMERE_TEST_SWITCHES
     if (TestTrace::enabled())
         m_trace = std::make_unique<TestTrace>(m_viewModel);
+#endif
 
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         m_panel = std::make_unique<TrayPanel>(window, TrayPanel::Mode::standalone);

@@ -34,5 +34,7 @@ private:
     std::unique_ptr<QQmlApplicationEngine> m_engine;
     std::unique_ptr<TrayPanel> m_panel;
     std::unique_ptr<StatusItem> m_statusItem;
+#if QUILLMERE_TEST_SWITCHES
     std::unique_ptr<TestTrace> m_trace;
+#endif
 };

@@ -13,7 +13,7 @@ class UploadManager;
 // For the end-to-end test that drives the program from outside, as a person would: with
 // QUILLMERE_TEST_TRACE set, one line on standard output for every change of the screen shown
 // ("screen setup"), of the upload count ("uploaded 3") and of the control that has the
-// keyboard focus ("focus Detener"). Off otherwise.
+// keyboard focus ("focus Detener"). Off otherwise, and absent from shipped builds.
 class TestTrace : public QObject {
     Q_OBJECT
 

@@ -40,11 +40,13 @@ bool Theme::dark() const {
 }
 
 Theme::Appearance Theme::requestedAppearance() {
+#if QUILLMERE_TEST_SWITCHES
     const QByteArray requested = qgetenv("QUILLMERE_APPEARANCE").toLower();
     if (requested == "light")
         return Appearance::Light;
     if (requested == "dark")
         return Appearance::Dark;
+#endif
     return Appearance::System;
 }
 

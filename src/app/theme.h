@@ -6,8 +6,9 @@
 #include <QtQml/qqml.h>
 
 // The named colours and the measures the screens share. The colours follow the desktop's
-// light or dark appearance unless one is forced (QUILLMERE_APPEARANCE=light|dark, or the
-// appearance property, which the screenshot program sets).
+// light or dark appearance unless one is forced (in a development build QUILLMERE_APPEARANCE=
+// light|dark, for the tests that run the whole program; or the appearance property, which the
+// screenshot program sets).
 class Theme : public QObject {
     Q_OBJECT
     QML_ELEMENT
@@ -71,7 +72,8 @@ public:
     QColor accentColor() const;
     QColor progressTrackColor() const;
 
-    // What QUILLMERE_APPEARANCE asks for; System when it is unset or unknown.
+    // What QUILLMERE_APPEARANCE asks for; System when it is unset or unknown, and always in a
+    // shipped build.
     static Appearance requestedAppearance();
     // Whether the desktop itself is dark: its colour scheme where Qt knows it, else how dark
     // the application palette's window colour is.

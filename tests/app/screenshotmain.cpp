@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Draws every screen in every state worth seeing, light and dark, to PNG files in the folder
 // given on the command line (else the build folder's "screenshots").
+#include "apiclient.h"
 #include "devservicefixture.h"
 #include "scopedpreferences.h"
 #include "screenshottour.h"
@@ -33,8 +34,7 @@ int main(int argc, char *argv[]) {
         std::fprintf(stderr, "devservice: %s\n", qPrintable(service.errorString()));
         return 1;
     }
-    qputenv("QUILLMERE_SERVICE_URL", service.baseURL().toUtf8());
-    qputenv("QUILLMERE_STORAGE_HOST", service.storageHost().toUtf8());
+    APIClient::redirectShared(service.baseURL(), service.storageHost());
     const ScopedPreferences preferences;
 
     ScreenshotTour tour(service, output);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The four screens and the panel's frame under Qt Quick Test, driven against a real controller
 // and devservice; the test cases are the qml/tst_*.qml files.
+#include "apiclient.h"
 #include "devservicefixture.h"
 #include "passwordfieldaccessible.h"
 #include "scopedpreferences.h"
@@ -23,9 +24,7 @@ public Q_SLOTS:
         m_service = std::make_unique<DevService>();
         if (!m_service->start())
             qFatal("devservice: %s", qPrintable(m_service->errorString()));
-        // Read once, when the controller first reaches the service client.
-        qputenv("QUILLMERE_SERVICE_URL", m_service->baseURL().toUtf8());
-        qputenv("QUILLMERE_STORAGE_HOST", m_service->storageHost().toUtf8());
+        APIClient::redirectShared(m_service->baseURL(), m_service->storageHost());
 
         // One harness, with its own controller, for each test file's engine.
         qmlRegisterSingletonType<ScreenHarness>(

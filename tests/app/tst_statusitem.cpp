@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The tray's picture: the camera, and the red dot beside it exactly while the controller
 // records, paused or not. The states come from a real session against devservice.
+#include "apiclient.h"
 #include "devservicefixture.h"
 #include "scopedpreferences.h"
 #include "sessionviewmodel.h"
@@ -97,8 +98,7 @@ void TestStatusItem::dotFollowsTheControllersState() {
     ScopedPreferences preferences;
     DevService service;
     QVERIFY2(service.start(), qPrintable(service.errorString()));
-    qputenv("QUILLMERE_SERVICE_URL", service.baseURL().toUtf8());
-    qputenv("QUILLMERE_STORAGE_HOST", service.storageHost().toUtf8());
+    APIClient::redirectShared(service.baseURL(), service.storageHost());
     QTemporaryDir folder;
     QVERIFY(folder.isValid());
 

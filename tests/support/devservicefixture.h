@@ -25,8 +25,7 @@ class QTemporaryDir;
 //
 //     DevService service;
 //     QVERIFY2(service.start(), qPrintable(service.errorString()));
-//     qputenv("QUILLMERE_SERVICE_URL", service.baseURL().toUtf8());
-//     qputenv("QUILLMERE_STORAGE_HOST", service.storageHost().toUtf8());
+//     APIClient::redirectShared(service.baseURL(), service.storageHost());
 class DevService {
 public:
     enum class Transport { http, https };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessionharness.h"
 
+#include "apiclient.h"
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "rawdngwriter.h"
@@ -15,8 +16,7 @@ bool SessionHarness::start()
 {
     if (!m_service.start())
         return false;
-    qputenv("QUILLMERE_SERVICE_URL", m_service.baseURL().toUtf8());
-    qputenv("QUILLMERE_STORAGE_HOST", m_service.storageHost().toUtf8());
+    APIClient::redirectShared(m_service.baseURL(), m_service.storageHost());
     return true;
 }
 

@@ -34,9 +34,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
-        // The process-wide client reads these once, on first use.
-        qputenv("QUILLMERE_SERVICE_URL", m_service.baseURL().toUtf8());
-        qputenv("QUILLMERE_STORAGE_HOST", m_service.storageHost().toUtf8());
+        APIClient::redirectShared(m_service.baseURL(), m_service.storageHost());
         m_jpeg = PhotoFiles::encodeJpeg(PhotoGenerator(QSize(1200, 800), 7).image8(), 90);
         QVERIFY(!m_jpeg.isEmpty());
     }
