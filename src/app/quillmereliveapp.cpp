@@ -3,17 +3,20 @@
 
 #include "folderpanel.h"
 #include "passwordfieldaccessible.h"
+#include "progressaccessible.h"
+#include "qttexts.h"
 #include "statusitem.h"
+#include "trayhostwatch.h"
+#include "traypanel.h"
+#include "windowstatus.h"
 #if QUILLMERE_TEST_SWITCHES
 #include "testtrace.h"
 #endif
-#include "traypanel.h"
 
 #include <QApplication>
 #include <QQmlApplicationEngine>
 #include <QQuickWindow>
 #include <QScopeGuard>
-#include <QSystemTrayIcon>
 #include <QtQml/QQmlExtensionPlugin>
 
 Q_IMPORT_QML_PLUGIN(Quillmere_LivePlugin)
@@ -28,6 +31,10 @@ QuillmereLiveApp::~QuillmereLiveApp() = default;
 bool QuillmereLiveApp::start() {
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Quillmere Live"));
     PasswordFieldAccessible::install();
+    // The program ends through the quit row or the tray's menu only: the panel hides, and the
+    // window that stands in for it where there is no tray closes to the taskbar.
+    QApplication::setQuitOnLastWindowClosed(false);
+    QtTexts::installSpanish(*QCoreApplication::instance());
 
     m_engine = std::make_unique<QQmlApplicationEngine>();
     m_engine->setInitialProperties(
@@ -37,23 +44,43 @@ bool QuillmereLiveApp::start() {
     auto *window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first());
     if (!window)
         return false;
+    ProgressAccessible::install();
 
+    m_windowStatus = std::make_unique<WindowStatus>(m_viewModel, window);
+    m_trayWatch = std::make_unique<TrayHostWatch>();
+    m_panel = std::make_unique<TrayPanel>(window, m_trayWatch->available()
+                                                      ? TrayPanel::Mode::underTrayIcon
+                                                      : TrayPanel::Mode::standalone);
 #if QUILLMERE_TEST_SWITCHES
     if (TestTrace::enabled())
-        m_trace = std::make_unique<TestTrace>(m_viewModel);
+        m_trace = std::make_unique<TestTrace>(m_viewModel, window);
 #endif
+    connect(m_trayWatch.get(), &TrayHostWatch::availableChanged, this,
+            &QuillmereLiveApp::useTray);
+    useTray(m_trayWatch->available());
+    return true;
+}
 
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        m_panel = std::make_unique<TrayPanel>(window, TrayPanel::Mode::standalone);
+void QuillmereLiveApp::useTray(bool available) {
+#if QUILLMERE_TEST_SWITCHES
+    if (m_trace)
+        m_trace->reportShell(available);
+#endif
+    if (!available) {
+        m_statusItem.reset();
+        m_panel->setMode(TrayPanel::Mode::standalone);
+        // The window is the only way in now.
         m_panel->showStandalone();
-        return true;
+        return;
     }
-    // The panel only hides; the program ends through the quit row.
-    QApplication::setQuitOnLastWindowClosed(false);
-    m_panel = std::make_unique<TrayPanel>(window, TrayPanel::Mode::underTrayIcon);
+    m_panel->setMode(TrayPanel::Mode::underTrayIcon);
     m_statusItem = std::make_unique<StatusItem>(m_viewModel);
     connect(m_statusItem.get(), &StatusItem::clicked, m_panel.get(), &TrayPanel::toggle);
-    return true;
+    connect(m_statusItem.get(), &StatusItem::openRequested, m_panel.get(),
+            &TrayPanel::showUnder);
+    // As the quit row: at once, with nothing asked and the session left open on the service.
+    connect(m_statusItem.get(), &StatusItem::quitRequested, qApp, &QCoreApplication::quit,
+            Qt::QueuedConnection);
 }
 
 std::optional<QUrl> QuillmereLiveApp::chooseFolder(const QString &prompt) {

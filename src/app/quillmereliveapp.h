@@ -10,11 +10,14 @@ class QQmlApplicationEngine;
 class QQuickWindow;
 class StatusItem;
 class TestTrace;
+class TrayHostWatch;
 class TrayPanel;
+class WindowStatus;
 
 // The application: one controller for the whole run, the tray icon and the panel that shows
 // the controller's screens. Where the desktop has no tray, the panel is a small window of its
-// own instead, and closing it ends the program.
+// own instead, whose title and icon show a recording; the program follows a tray that comes or
+// goes while it runs.
 class QuillmereLiveApp : public QObject {
     Q_OBJECT
 
@@ -28,12 +31,15 @@ public:
     SessionViewModel &viewModel() { return m_viewModel; }
 
 private:
+    void useTray(bool available);
     std::optional<QUrl> chooseFolder(const QString &prompt);
 
     SessionViewModel m_viewModel;
     std::unique_ptr<QQmlApplicationEngine> m_engine;
     std::unique_ptr<TrayPanel> m_panel;
+    std::unique_ptr<WindowStatus> m_windowStatus;
     std::unique_ptr<StatusItem> m_statusItem;
+    std::unique_ptr<TrayHostWatch> m_trayWatch;
 #if QUILLMERE_TEST_SWITCHES
     std::unique_ptr<TestTrace> m_trace;
 #endif

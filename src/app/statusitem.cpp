@@ -4,6 +4,7 @@
 #include "sessionviewmodel.h"
 #include "statusicon.h"
 
+#include <QAction>
 #include <QEvent>
 #include <QGuiApplication>
 #include <QPalette>
@@ -18,6 +19,11 @@ StatusItem::StatusItem(SessionViewModel &viewModel, QObject *parent)
     : QObject(parent)
     , m_viewModel(viewModel) {
     m_tray.setToolTip(QStringLiteral("Quillmere Live"));
+    connect(m_menu.addAction(QStringLiteral("Abrir")), &QAction::triggered, this,
+            [this] { Q_EMIT openRequested(m_tray.geometry()); });
+    connect(m_menu.addAction(QStringLiteral("Salir")), &QAction::triggered, this,
+            &StatusItem::quitRequested);
+    m_tray.setContextMenu(&m_menu);
     connect(&viewModel, &SessionViewModel::stateChanged, this, [this] { refresh(false); });
     connect(&m_tray, &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {

@@ -4,16 +4,29 @@
 #include "sessionviewmodel.h"
 #include "uploadmanager.h"
 
+#include <QAccessible>
 #include <QGuiApplication>
+#include <QImage>
+#include <QQuickWindow>
+#include <QSocketNotifier>
+#include <QWindow>
 #include <cstdio>
+#include <functional>
+#include <unistd.h>
 
 bool TestTrace::enabled() {
     return !qEnvironmentVariableIsEmpty("QUILLMERE_TEST_TRACE");
 }
 
-TestTrace::TestTrace(SessionViewModel &viewModel, QObject *parent)
+TestTrace::TestTrace(SessionViewModel &viewModel, QWindow *panel, QObject *parent)
     : QObject(parent)
-    , m_viewModel(viewModel) {
+    , m_viewModel(viewModel)
+    , m_panel(panel) {
+    connect(panel, &QWindow::visibleChanged, this, [](bool visible) {
+        say(visible ? QStringLiteral("panel shown") : QStringLiteral("panel hidden"));
+    });
+    m_commands = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
+    connect(m_commands, &QSocketNotifier::activated, this, &TestTrace::readCommands);
     connect(&m_screen, &ScreenSwitch::screenChanged, this,
             [this] { say(QStringLiteral("screen ") + ScreenSwitch::name(m_screen.screen())); });
     connect(&viewModel, &SessionViewModel::uploadManagerChanged, this,
@@ -51,4 +64,52 @@ void TestTrace::reportFocus(QObject *focused) {
     // The screens' controls carry the name a screen reader reads in `accessibleName`.
     const QString name = focused ? focused->property("accessibleName").toString() : QString();
     say(QStringLiteral("focus ") + name);
+}
+
+void TestTrace::reportShell(bool tray) {
+    say(tray ? QStringLiteral("shell tray") : QStringLiteral("shell window"));
+}
+
+void TestTrace::readCommands() {
+    char buffer[256];
+    const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+    if (count <= 0) {
+        m_commands->setEnabled(false); // the other end is gone
+        return;
+    }
+    m_pending.append(buffer, count);
+    qsizetype end;
+    while ((end = m_pending.indexOf('\n')) >= 0) {
+        const QString line = QString::fromUtf8(m_pending.left(end)).trimmed();
+        m_pending.remove(0, end + 1);
+        if (line.startsWith(QLatin1String("press ")))
+            press(line.mid(6));
+        else if (line.startsWith(QLatin1String("grab ")))
+            grab(line.mid(5));
+    }
+}
+
+void TestTrace::grab(const QString &path) {
+    auto *window = qobject_cast<QQuickWindow *>(m_panel.data());
+    const bool saved = window && window->isVisible() && window->grabWindow().save(path);
+    say((saved ? QStringLiteral("grabbed ") : QStringLiteral("could not grab ")) + path);
+}
+
+void TestTrace::press(const QString &name) {
+    const std::function<bool(QAccessibleInterface *)> pressIn = [&](QAccessibleInterface *node) {
+        if (!node || node->state().invisible)
+            return false;
+        QAccessibleActionInterface *actions = node->actionInterface();
+        if (actions && node->text(QAccessible::Name) == name &&
+            actions->actionNames().contains(QAccessibleActionInterface::pressAction())) {
+            actions->doAction(QAccessibleActionInterface::pressAction());
+            return true;
+        }
+        for (int child = 0; child < node->childCount(); ++child)
+            if (pressIn(node->child(child)))
+                return true;
+        return false;
+    };
+    const bool pressed = m_panel && pressIn(QAccessible::queryAccessibleInterface(m_panel));
+    say((pressed ? QStringLiteral("pressed ") : QStringLiteral("nothing to press named ")) + name);
 }

@@ -5,6 +5,7 @@
 
 #include <QCursor>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QQuickWindow>
 #include <QScreen>
 
@@ -28,6 +29,7 @@ TrayPanel::TrayPanel(QQuickWindow *window, Mode mode, QObject *parent)
     , m_window(window)
     , m_mode(mode) {
     applyWindowFlags();
+    window->installEventFilter(this);
     connect(window, &QWindow::activeChanged, this, &TrayPanel::handleActiveChanged);
     // The height follows the screen shown; a panel standing above a bottom bar must grow
     // upwards to stay against it.
@@ -41,6 +43,32 @@ TrayPanel::~TrayPanel() = default;
 
 bool TrayPanel::isShown() const {
     return m_window && m_window->isVisible();
+}
+
+void TrayPanel::setMode(Mode mode) {
+    if (mode == m_mode || !m_window)
+        return;
+    m_window->hide();
+    m_mode = mode;
+    applyWindowFlags();
+}
+
+bool TrayPanel::eventFilter(QObject *watched, QEvent *event) {
+    if (watched != m_window)
+        return QObject::eventFilter(watched, event);
+    if (m_mode == Mode::standalone && event->type() == QEvent::Close) {
+        // Without a tray this window is the program: closing it must not end a recording, so
+        // it goes to the taskbar, from where it comes back.
+        event->ignore();
+        m_window->showMinimized();
+        return true;
+    }
+    if (m_mode == Mode::underTrayIcon && event->type() == QEvent::KeyPress &&
+        static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+        hide();
+        return true;
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 void TrayPanel::applyWindowFlags() {
@@ -68,6 +96,9 @@ void TrayPanel::toggle(const QRect &iconGeometry) {
 }
 
 void TrayPanel::showUnder(const QRect &iconGeometry) {
+    // On Wayland the pointer is known only over our own windows, so the click on the tray says
+    // nothing of where the icon is; without the icon's rectangle, the compositor decides.
+    m_placeable = !isWayland() || !iconGeometry.isEmpty();
     m_anchor = PanelPlacement::anchor(iconGeometry, QCursor::pos());
     place();
     m_window->show();
@@ -93,9 +124,10 @@ void TrayPanel::setHeld(bool held) {
 }
 
 void TrayPanel::place() {
-    // Wayland compositors place client windows themselves and ignore positions.
+    // A Wayland compositor may still place the window where it sees fit: what it allows is
+    // all a client gets there.
     QQuickWindow *window = m_window.data();
-    if (!window || isWayland())
+    if (!window || !m_placeable)
         return;
     const QScreen *screen = QGuiApplication::screenAt(m_anchor.center());
     if (!screen)

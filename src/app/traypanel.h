@@ -8,10 +8,11 @@
 
 class QQuickWindow;
 
-// Shows and hides the panel window: under the tray icon, gone as soon as it loses the focus; or,
-// on a desktop without a tray, as an ordinary small window that stays until it is closed. The
-// desktops' quirks are handled here: X11 trays that report no icon geometry, Wayland, where a
-// client cannot place its windows, and macOS, where the panel must float over other windows.
+// Shows and hides the panel window: under the tray icon, gone as soon as it loses the focus or
+// Escape is pressed; or, on a desktop without a tray, as an ordinary small window, which closes
+// to the taskbar rather than ending the program. The desktops' quirks are handled here: X11
+// trays that report no icon geometry, Wayland, where a compositor may ignore where a client
+// asks to be placed, and macOS, where the panel must float over other windows.
 class TrayPanel : public QObject {
     Q_OBJECT
 
@@ -22,6 +23,9 @@ public:
     ~TrayPanel() override;
 
     Mode mode() const { return m_mode; }
+    // A tray that comes or goes while the program runs: the window changes kind, and is hidden
+    // in between.
+    void setMode(Mode mode);
     bool isShown() const;
 
     // A click on the tray icon: opens the panel under it, or closes it. The click that took
@@ -35,14 +39,18 @@ public:
     // the dialog has the focus, and takes the focus back afterwards.
     void setHeld(bool held);
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void applyWindowFlags();
     void place();
     void handleActiveChanged();
 
     QPointer<QQuickWindow> m_window;
-    const Mode m_mode;
+    Mode m_mode;
     QRect m_anchor;
+    bool m_placeable = false;
     QElapsedTimer m_sinceFocusLoss;
     bool m_held = false;
 };

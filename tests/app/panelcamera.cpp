@@ -68,7 +68,8 @@ bool PanelCamera::shootTrayIcons() {
         const bool recording = state == QLatin1String("tray-recording");
         for (const QString &appearance : ScreenshotNames::appearances) {
             const bool dark = appearance == QLatin1String("dark");
-            const QImage icon = StatusIcon::image(recording, dark ? Qt::white : Qt::black, ratio);
+            const QImage icon = StatusIcon::image(recording, dark ? Qt::white : Qt::black,
+                                                  qRound(StatusIcon::menuBarSize * ratio));
             // A strip of menu bar around the icon, 4 logical pixels on every side.
             const int margin = qRound(4 * ratio);
             QImage bar(icon.size() + QSize(2 * margin, 2 * margin), QImage::Format_RGB32);

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "screenharness.h"
 
+#include "accessibletexts.h"
 #include "devservicefixture.h"
 #include "livesession.h"
 #include "preferences.h"
+#include "progressaccessible.h"
 #include "scopedpreferences.h"
 #include "sessionviewmodel.h"
 
@@ -23,6 +25,8 @@ ScreenHarness::ScreenHarness(DevService &service, ScopedPreferences &preferences
     , m_service(service)
     , m_preferences(preferences)
     , m_viewModel(std::make_unique<SessionViewModel>()) {
+    // Made when a test file first reaches it, after Qt Quick is loaded: as the program does.
+    ProgressAccessible::install();
     m_viewModel->setFolderChooser([this](const QString &) -> std::optional<QUrl> {
         ++m_folderPanelShown;
         if (!m_folderAnswer || m_folderAnswer->isEmpty())
@@ -164,4 +168,16 @@ QVariantMap ScreenHarness::accessibleReading(QQuickItem *item) const {
 
 QString ScreenHarness::clipboardText() const {
     return QGuiApplication::clipboard()->text();
+}
+
+QStringList ScreenHarness::visibleTexts(QQuickItem *root) const {
+    return AccessibleTexts::visible(root);
+}
+
+QStringList ScreenHarness::unexposedTexts(QQuickItem *root) const {
+    return AccessibleTexts::unexposed(root);
+}
+
+QVariantMap ScreenHarness::accessibleValue(QQuickItem *item) const {
+    return AccessibleTexts::value(item);
 }

@@ -67,6 +67,11 @@ public:
     // telling whether it declares itself a password field. Empty when it has no interface.
     Q_INVOKABLE QVariantMap accessibleReading(QQuickItem *item) const;
     Q_INVOKABLE QString clipboardText() const;
+    // Every text drawn under `root`; the drawn texts no assistive tool is told of; an item's
+    // accessible value (see AccessibleTexts).
+    Q_INVOKABLE QStringList visibleTexts(QQuickItem *root) const;
+    Q_INVOKABLE QStringList unexposedTexts(QQuickItem *root) const;
+    Q_INVOKABLE QVariantMap accessibleValue(QQuickItem *item) const;
 
 private:
     DevService &m_service;

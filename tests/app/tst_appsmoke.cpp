@@ -61,16 +61,7 @@ void TestAppSmoke::initTestCase() {
 }
 
 bool TestAppSmoke::xdotool(const QStringList &arguments, QString *output) {
-    QProcess tool;
-    tool.start(QStringLiteral("xdotool"), arguments);
-    if (!tool.waitForFinished(20000) || tool.exitCode() != 0) {
-        qWarning("xdotool %s: exit %d: %s", qPrintable(arguments.join(QLatin1Char(' '))),
-                 tool.exitCode(), tool.readAllStandardError().constData());
-        return false;
-    }
-    if (output)
-        *output = QString::fromUtf8(tool.readAllStandardOutput()).trimmed();
-    return true;
+    return VirtualDisplay::xdotool(arguments, output);
 }
 
 QString TestAppSmoke::findWindow(const QString &name) {
@@ -199,14 +190,8 @@ int main(int argc, char *argv[]) {
     // Its own X server, so this test needs no desktop and no wrapper; the test process is an
     // X client of it too, to grab its screen.
     VirtualDisplay virtualDisplay;
-    if (virtualDisplay.start()) {
+    if (virtualDisplay.startAsThisProcessDisplay())
         display = &virtualDisplay;
-        qputenv("DISPLAY", virtualDisplay.name().toLocal8Bit());
-        qputenv("QT_QPA_PLATFORM", "xcb");
-        qunsetenv("WAYLAND_DISPLAY");
-    } else {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
     QGuiApplication application(argc, argv);
     TestAppSmoke test;
     return QTest::qExec(&test, argc, argv);

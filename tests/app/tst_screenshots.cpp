@@ -93,12 +93,22 @@ void TestScreenshots::trayIcons_data() {
 void TestScreenshots::trayIcons() {
     QFETCH(QString, state);
     QFETCH(bool, recording);
-    const QSize expected = (StatusIcon::logicalSize(recording) + QSize(8, 8)) * scale;
+    // A square picture whatever the state, in a strip of bar 4 wide all round.
+    const QSize expected =
+        QSize(StatusIcon::menuBarSize + 8, StatusIcon::menuBarSize + 8) * scale;
     for (const QString &appearance : ScreenshotNames::appearances) {
         const QImage image(m_output.filePath(ScreenshotNames::fileName(state, appearance)));
         QVERIFY(!image.isNull());
         QCOMPARE(image.size(), expected);
         QVERIFY(sampledColours(image) > 3);
+        // The red dot, exactly while recording.
+        bool red = false;
+        for (int y = 0; y < image.height() && !red; ++y)
+            for (int x = 0; x < image.width() && !red; ++x) {
+                const QRgb pixel = image.pixel(x, y);
+                red = qRed(pixel) > 200 && qGreen(pixel) < 100 && qBlue(pixel) < 100;
+            }
+        QCOMPARE(red, recording);
     }
 }
 

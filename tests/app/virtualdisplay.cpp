@@ -2,6 +2,7 @@
 #include "virtualdisplay.h"
 
 #include <QByteArray>
+#include <QProcess>
 #include <QStandardPaths>
 #include <cerrno>
 #include <csignal>
@@ -78,5 +79,29 @@ bool VirtualDisplay::start(QSize screen) {
         return false;
     }
     m_name = QLatin1Char(':') + QString::fromLatin1(number.trimmed());
+    return true;
+}
+
+bool VirtualDisplay::startAsThisProcessDisplay() {
+    if (!start()) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        return false;
+    }
+    qputenv("DISPLAY", m_name.toLocal8Bit());
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    qunsetenv("WAYLAND_DISPLAY");
+    return true;
+}
+
+bool VirtualDisplay::xdotool(const QStringList &arguments, QString *output) {
+    QProcess tool;
+    tool.start(QStringLiteral("xdotool"), arguments);
+    if (!tool.waitForFinished(20000) || tool.exitCode() != 0) {
+        qWarning("xdotool %s: exit %d: %s", qPrintable(arguments.join(QLatin1Char(' '))),
+                 tool.exitCode(), tool.readAllStandardError().constData());
+        return false;
+    }
+    if (output)
+        *output = QString::fromUtf8(tool.readAllStandardOutput()).trimmed();
     return true;
 }

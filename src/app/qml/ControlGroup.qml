@@ -24,7 +24,7 @@ ColumnLayout {
         color: Theme.windowBackgroundColor
     }
 
-    Text {
+    ScreenText {
         objectName: "caption"
         Layout.alignment: Qt.AlignHCenter
         text: group.caption

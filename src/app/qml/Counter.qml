@@ -36,6 +36,8 @@ Row {
             text: modelData
             color: counter.color
             font: counter.font
+            // Read as one number, through the counter.
+            Accessible.ignored: true
         }
     }
 }

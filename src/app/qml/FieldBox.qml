@@ -29,5 +29,6 @@ TextField {
 
     Accessible.role: Accessible.EditableText
     Accessible.name: field.accessibleName
+    Accessible.description: field.placeholderText
     Accessible.onPressAction: field.forceActiveFocus()
 }

@@ -49,7 +49,7 @@ ScreenStack {
                 color: Theme.primary
             }
 
-            Text {
+            ScreenText {
                 Layout.alignment: Qt.AlignHCenter
                 text: "fotos"
                 color: Theme.secondary
@@ -71,7 +71,7 @@ ScreenStack {
                 color: Theme.blue
             }
 
-            Text {
+            ScreenText {
                 Layout.alignment: Qt.AlignHCenter
                 text: "seleccionadas"
                 color: Theme.secondary
@@ -100,7 +100,7 @@ ScreenStack {
             RowLayout {
                 Layout.fillWidth: true
 
-                Text {
+                ScreenText {
                     Layout.fillWidth: true
                     text: "Subiendo originales"
                     color: Theme.secondary
@@ -108,7 +108,7 @@ ScreenStack {
                     font.weight: Font.Medium
                 }
 
-                Text {
+                ScreenText {
                     objectName: "originalsCount"
                     text: screen.fullResUploaded.toFixed(0) + "/" + screen.fullResTotal.toFixed(0)
                     color: Theme.primary
@@ -127,6 +127,7 @@ ScreenStack {
                 value: screen.fullResUploaded
                 padding: 0
 
+                Accessible.role: Accessible.ProgressBar
                 Accessible.name: "Subiendo originales"
 
                 background: Rectangle {
@@ -165,7 +166,7 @@ ScreenStack {
             anchors.margins: Theme.boxPadding
             spacing: 4
 
-            Text {
+            ScreenText {
                 text: "GALERÍA"
                 color: Theme.tertiaryLabelColor
                 font.pixelSize: 10

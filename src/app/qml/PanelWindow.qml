@@ -12,11 +12,11 @@ Window {
 
     title: "Quillmere Live"
     width: Theme.panelWidth
+    // As high as the content, which no limit holds: Qt 6.4's Wayland window keeps to the limits
+    // it is first shown with, before the content is laid out.
     height: content.implicitHeight
     minimumWidth: Theme.panelWidth
     maximumWidth: Theme.panelWidth
-    minimumHeight: content.implicitHeight
-    maximumHeight: content.implicitHeight
     color: Theme.controlBackgroundColor
 
     ContentView {

@@ -36,7 +36,9 @@ ScreenStack {
             dot: true
 
             SequentialAnimation on opacity {
-                running: !screen.badgeVisible
+                // Not while nobody sees it: a hidden panel costs no wake-ups.
+                running: !screen.badgeVisible && screen.Window.visibility !== Window.Hidden
+                         && screen.Window.visibility !== Window.Minimized
                 loops: Animation.Infinite
                 onStopped: badge.opacity = 1.0
 
@@ -73,7 +75,7 @@ ScreenStack {
             color: Theme.primary
         }
 
-        Text {
+        ScreenText {
             Layout.alignment: Qt.AlignHCenter
             text: "fotos subidas"
             color: Theme.secondary

@@ -41,6 +41,8 @@ Item {
         to: 360
         duration: 1000
         loops: Animation.Infinite
-        running: spinner.running && spinner.visible
+        // Not while nobody sees it: a hidden panel costs no wake-ups.
+        running: spinner.running && spinner.visible && spinner.Window.visibility !== Window.Hidden
+                 && spinner.Window.visibility !== Window.Minimized
     }
 }

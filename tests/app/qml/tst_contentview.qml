@@ -118,6 +118,7 @@ Item {
             compare(quit.width, 340 - 32)
             compare(quit.Accessible.name, "Salir")
             compare(quit.Accessible.role, Accessible.Button)
+            compare(Harness.visibleTexts(quit), ["Salir"])
             // The far ends of the row are part of the button.
             mouseClick(quit, 2, quit.height / 2)
             compare(quitSpy.count, 1)
@@ -138,8 +139,27 @@ Item {
             verify(Harness.startRecording("Luis"))
             const second = findChild(content, "screenSlot").item
             verify(first !== second)
-            compare(second.badgeVisible, false)
             compare(findChild(second, "clientName").text, "Luis")
+            // The new screen's badge starts its pulse afresh: it fades and comes back.
+            const badge = findChild(second, "liveBadge")
+            tryVerify(() => badge.opacity < 0.3, 3000)
+            tryVerify(() => badge.opacity > 0.9, 3000)
+        }
+
+        function test_everyScreenExposesEveryTextItDraws() {
+            const content = makeContent()
+            const check = () => {
+                const drawn = Harness.visibleTexts(content)
+                verify(drawn.includes("Salir"), "drawn: " + drawn)
+                compare(Harness.unexposedTexts(content), [], shown(content))
+            }
+            check()
+            verify(Harness.signIn())
+            check()
+            verify(Harness.startRecording("Ana"))
+            check()
+            verify(Harness.stopRecording())
+            check()
         }
     }
 }

@@ -128,6 +128,28 @@ Item {
             compare(Harness.stateName(), "setup")
         }
 
+        function test_everyTextIsDrawnAndReadByAssistiveTools() {
+            Harness.editSession({ fullResUploaded: 3, fullResTotal: 10,
+                                  galleryURL: "https://quillmere.example/g/abc" })
+            const screen = makeScreen()
+            const shown = Harness.visibleTexts(screen)
+            for (const caption of ["SESIÓN", "✓ Terminada", "fotos", "seleccionadas",
+                                   "Subiendo originales", "3/10", "GALERÍA",
+                                   "quillmere.example/g/abc", "Nueva Sesión"])
+                verify(shown.includes(caption), caption + " is not drawn; drawn: " + shown)
+            compare(Harness.unexposedTexts(screen), [])
+        }
+
+        function test_originalsBarExposesItsValue() {
+            Harness.editSession({ fullResUploaded: 3, fullResTotal: 10 })
+            const bar = findChild(makeScreen(), "originalsProgress")
+            compare(bar.Accessible.role, Accessible.ProgressBar)
+            const value = Harness.accessibleValue(bar)
+            compare(value.current, 3)
+            compare(value.minimum, 0)
+            compare(value.maximum, 10)
+        }
+
         function test_noErrorLine() {
             // The end of a session the service refuses leaves its message in the controller...
             Harness.viewModel.newSession()

@@ -34,6 +34,25 @@ Item {
             }
         }
 
+        Component {
+            id: windowedType
+
+            Window {
+                property alias screen: view
+
+                width: 340
+                height: 640
+
+                RecordingView {
+                    id: view
+
+                    width: 340
+                    viewModel: Harness.viewModel
+                    uploadManager: Harness.viewModel.uploadManager
+                }
+            }
+        }
+
         function init() {
             verify(Harness.reset())
             verify(Harness.startRecording("Boda Marta y Javier"))
@@ -73,6 +92,22 @@ Item {
                 verify(badge.opacity >= 0.2 - 1e-6, badge.opacity)
                 wait(30)
             }
+        }
+
+        function test_pulseRestsWhileThePanelIsHidden() {
+            const panel = createTemporaryObject(windowedType, root)
+            panel.show()
+            const badge = findChild(panel.screen, "liveBadge")
+            tryVerify(() => badge.opacity < 0.3, 3000)
+            panel.hide()
+            compare(badge.opacity, 1.0)
+            for (let i = 0; i < 10; ++i) {
+                wait(40)
+                compare(badge.opacity, 1.0)
+            }
+            panel.show()
+            tryVerify(() => badge.opacity < 0.3, 3000)
+            tryVerify(() => badge.opacity > 0.9, 3000)
         }
 
         function test_counterFollowsTheUploadManager() {
@@ -174,6 +209,26 @@ Item {
             compare(stop.Accessible.role, Accessible.Button)
             mouseClick(stop)
             tryVerify(() => Harness.stateName() === "finished", 10000)
+        }
+
+        function test_everyTextIsDrawnAndReadByAssistiveTools() {
+            Harness.editSession({ liveURL: "https://live.quillmere.example/s/abc123" })
+            const screen = makeScreen()
+            verify(Harness.refuseNext("createSession", 500))
+            Harness.viewModel.startSession()
+            tryVerify(() => findChild(screen, "errorLine").visible, 10000)
+            let shown = Harness.visibleTexts(screen)
+            for (const caption of ["SESIÓN", "Boda Marta y Javier", "EN VIVO", "fotos subidas",
+                                   "live.quillmere.example/s/abc123", "No se pudo crear la sesión", "Pausar",
+                                   "Detener"])
+                verify(shown.includes(caption), caption + " is not drawn; drawn: " + shown)
+            compare(Harness.unexposedTexts(screen), [])
+            Harness.viewModel.isPaused = true
+            shown = Harness.visibleTexts(screen)
+            for (const caption of ["PAUSADO", "Reanudar"])
+                verify(shown.includes(caption), caption + " is not drawn; drawn: " + shown)
+            verify(!shown.includes("Pausar"))
+            compare(Harness.unexposedTexts(screen), [])
         }
 
         function test_stopByAccessibility() {
