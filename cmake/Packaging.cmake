@@ -1,0 +1,49 @@
+# SPDX-License-Identifier: MIT
+# Installing the program where desktops look for it, and the Debian package made from that.
+include(GNUInstallDirs)
+
+set(QUILLMERE_APP_ID example.quillmere.live)
+set(packaging_dir ${PROJECT_SOURCE_DIR}/packaging)
+
+install(TARGETS QuillmereLiveApp
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  BUNDLE DESTINATION .)
+if(UNIX AND NOT APPLE)
+  install(FILES ${packaging_dir}/${QUILLMERE_APP_ID}.desktop
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/applications)
+  install(FILES ${packaging_dir}/${QUILLMERE_APP_ID}.svg
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/icons/hicolor/scalable/apps)
+  install(FILES ${packaging_dir}/${QUILLMERE_APP_ID}.metainfo.xml
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/metainfo)
+  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
+endif()
+
+set(CPACK_PACKAGE_NAME quillmere-live)
+set(CPACK_PACKAGE_VENDOR "Quillmere")
+set(CPACK_PACKAGE_CONTACT "Quillmere Live <live@quillmere.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "tray utility that sends a live photo shoot to the client")
+set(CPACK_PACKAGE_DESCRIPTION
+  "Quillmere Live watches the folder a camera drops photos into and sends each new photo to\n\
+a live session on the photo-selection service: first a small preview, so the client can\n\
+start choosing at once, then the full-resolution original.")
+set(CPACK_PACKAGE_INSTALL_DIRECTORY quillmere-live)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://quillmere.example/live")
+# The dependencies are the packages of the shared libraries the program links, found by
+# dpkg-shlibdeps, never a list kept by hand; the QML modules and Qt plugins it loads at run time
+# link nothing, so they are named.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+  "qml6-module-qtquick, qml6-module-qtquick-controls, qml6-module-qtquick-layouts, \
+qml6-module-qtquick-window, qml6-module-qtquick-templates, qml6-module-qtqml-workerscript, \
+qt6-qpa-plugins, qt6-translations-l10n")
+# Qt's Wayland plugin, and the desktops' own folder dialogs (GTK, and the portal that sandboxed
+# and KDE desktops offer), which Qt uses where they are there.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
+  "qt6-wayland, qt6-gtk-platformtheme, qt6-xdgdesktopportal-platformtheme")
+include(CPack)
