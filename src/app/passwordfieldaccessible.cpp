@@ -48,6 +48,8 @@ QAccessibleInterface *passwordFieldFactory(const QString &, QObject *object) {
 // The item's `Accessible` attached object, if it has one: Qt Quick makes it a child of the
 // item, and only items that have one are part of the accessibility tree.
 QObject *accessibleAttached(const QQuickItem *item) {
+    if (!item)
+        return nullptr;
     const QObjectList &children = item->children();
     const auto found = std::ranges::find_if(
         children, [](const QObject *child) { return child->inherits("QQuickAccessibleAttached"); });
