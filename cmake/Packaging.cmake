@@ -15,8 +15,13 @@ if(UNIX AND NOT APPLE)
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/icons/hicolor/scalable/apps)
   install(FILES ${packaging_dir}/${QUILLMERE_APP_ID}.metainfo.xml
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/metainfo)
-  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE
-    DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
+  # What Debian wants of every package: its licence as "copyright" and a compressed changelog.
+  set(package_docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc/quillmere-live)
+  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${package_docdir} RENAME copyright)
+  set(changelog_gz ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+  file(ARCHIVE_CREATE OUTPUT ${changelog_gz} PATHS ${packaging_dir}/changelog
+       FORMAT raw COMPRESSION GZip COMPRESSION_LEVEL 9)
+  install(FILES ${changelog_gz} DESTINATION ${package_docdir})
 endif()
 
 set(CPACK_PACKAGE_NAME quillmere-live)
@@ -24,9 +29,10 @@ set(CPACK_PACKAGE_VENDOR "Quillmere")
 set(CPACK_PACKAGE_CONTACT "Quillmere Live <live@quillmere.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "tray utility that sends a live photo shoot to the client")
 set(CPACK_PACKAGE_DESCRIPTION
-  "Quillmere Live watches the folder a camera drops photos into and sends each new photo to\n\
-a live session on the photo-selection service: first a small preview, so the client can\n\
-start choosing at once, then the full-resolution original.")
+  "Quillmere Live watches the folder a camera drops photos into and sends\n\
+each new photo to a live session on the photo-selection service: first a\n\
+small preview, so the client can start choosing at once, then the\n\
+full-resolution original.")
 set(CPACK_PACKAGE_INSTALL_DIRECTORY quillmere-live)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_GENERATOR DEB)
