@@ -106,6 +106,10 @@ void AdminRoutes::install(httplib::Server &server) {
     server.Get("/__admin/faults", [this](const Request &, Response &res) { listFaults(res); });
     server.Get("/__admin/other-origin",
                [this](const Request &, Response &res) { otherOrigin(res); });
+    server.Post("/__admin/release", [this](const Request &, Response &res) {
+        m_context.faults.releaseHeld();
+        HttpReplies::json(res, 200, QJsonObject{{"released", true}});
+    });
     server.Delete("/__admin/faults", [this](const Request &, Response &res) {
         m_context.faults.clear();
         listFaults(res);

@@ -65,6 +65,7 @@ QByteArray brokenReply(const Fault &fault, QJsonObject reply) {
     case Fault::Kind::resetAfterWork:
     case Fault::Kind::notHttp:
     case Fault::Kind::cutShort:
+    case Fault::Kind::hold:
         break;
     }
     return QJsonDocument(reply).toJson(QJsonDocument::Compact);
@@ -119,6 +120,11 @@ void CallGate::record(Endpoint endpoint, ReceivedRequest request) {
     m_context.log.add(endpoint, std::move(request));
 }
 
+void CallGate::holdIfAsked(const std::optional<Fault> &fault) {
+    if (fault && fault->kind == Fault::Kind::hold)
+        m_context.faults.holdUntilReleased();
+}
+
 bool CallGate::admit(Endpoint endpoint, const httplib::Request &request,
                      httplib::Response &response, std::optional<Fault> &fault) {
     ReceivedRequest received = ReceivedRequest::from(request);
@@ -126,6 +132,7 @@ bool CallGate::admit(Endpoint endpoint, const httplib::Request &request,
     received.bodySize = request.body.size();
     record(endpoint, std::move(received));
     fault = nextFault(endpoint);
+    holdIfAsked(fault);
     return !answeredByFault(fault, request, response);
 }
 

@@ -25,6 +25,8 @@ public:
     bool answeredByFault(const std::optional<Fault> &fault, const httplib::Request &request,
                          httplib::Response &response) const;
     void record(Endpoint endpoint, ReceivedRequest request);
+    // A call that meets a hold waits here, after it has been recorded, until it is released.
+    void holdIfAsked(const std::optional<Fault> &fault);
 
     // The three steps above for a call whose body httplib has already read. False when the
     // call is answered.

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::array<std::pair<Fault::Kind, std::string_view>, 15> kindNames{{
+constexpr std::array<std::pair<Fault::Kind, std::string_view>, 16> kindNames{{
     {Fault::Kind::status, "status"},
     {Fault::Kind::delay, "delay"},
     {Fault::Kind::drop, "drop"},
@@ -25,6 +25,7 @@ constexpr std::array<std::pair<Fault::Kind, std::string_view>, 15> kindNames{{
     {Fault::Kind::resetAfterWork, "reset"},
     {Fault::Kind::notHttp, "not_http"},
     {Fault::Kind::cutShort, "cut_short"},
+    {Fault::Kind::hold, "hold"},
 }};
 
 // The members of each success reply a client decodes; the others' bodies are read by nobody.
@@ -64,6 +65,7 @@ std::optional<std::string> problemWith(Endpoint endpoint, const Fault &fault) {
     case Fault::Kind::resetAfterWork:
     case Fault::Kind::notHttp:
     case Fault::Kind::cutShort:
+    case Fault::Kind::hold:
         return std::nullopt;
     case Fault::Kind::malformedJson:
         if (endpoint == Endpoint::upload)
@@ -144,13 +146,30 @@ std::vector<std::pair<Endpoint, Fault>> FaultPlan::pending() const {
 }
 
 void FaultPlan::clear() {
-    const std::lock_guard lock(m_mutex);
-    m_faults.clear();
+    {
+        const std::lock_guard lock(m_mutex);
+        m_faults.clear();
+    }
+    releaseHeld();
 }
 
 void FaultPlan::wait(std::chrono::milliseconds delay) {
     std::unique_lock lock(m_mutex);
     m_wakeUp.wait_for(lock, delay, [this] { return m_interrupted; });
+}
+
+void FaultPlan::holdUntilReleased() {
+    std::unique_lock lock(m_mutex);
+    const std::uint64_t releases = m_releases;
+    m_wakeUp.wait(lock, [&] { return m_interrupted || m_releases != releases; });
+}
+
+void FaultPlan::releaseHeld() {
+    {
+        const std::lock_guard lock(m_mutex);
+        ++m_releases;
+    }
+    m_wakeUp.notify_all();
 }
 
 void FaultPlan::interruptWaits() {

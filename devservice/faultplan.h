@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -30,6 +31,7 @@ struct Fault {
         resetAfterWork,  // do the work, then reset the connection (TCP RST) without a reply
         notHttp,         // do the work, then answer with bytes that are not an HTTP reply
         cutShort,        // do the work, then close halfway through the reply's body
+        hold,            // recorded, then answered as usual only once the test releases it
     };
 
     Kind kind = Kind::status;
@@ -58,6 +60,11 @@ public:
 
     // Sleeps through a fault's delay; cut short when the service shuts down.
     void wait(std::chrono::milliseconds delay);
+    // Holds a call until releaseHeld() or the service shuts down.
+    void holdUntilReleased();
+    // Lets every call held so far go on; clear() does too, so that no call stays held after
+    // the test that held it.
+    void releaseHeld();
     void interruptWaits();
 
 private:
@@ -65,4 +72,5 @@ private:
     std::map<Endpoint, std::deque<Fault>> m_faults;
     std::condition_variable m_wakeUp;
     bool m_interrupted = false;
+    std::uint64_t m_releases = 0; // how many times held calls were let go
 };

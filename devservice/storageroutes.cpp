@@ -87,6 +87,7 @@ void StorageRoutes::upload(const httplib::Request &request, httplib::Response &r
     });
     raw.close();
     m_gate.record(Endpoint::upload, std::move(received));
+    m_gate.holdIfAsked(fault);
 
     if (!complete)
         return HttpReplies::storageError(response, 400, "IncompleteBody",

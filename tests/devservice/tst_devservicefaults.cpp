@@ -6,8 +6,13 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
 #include <QTcpSocket>
 #include <QTest>
+
+#include <memory>
 
 class DevServiceFaultsTest : public ServiceWireTest {
     Q_OBJECT
@@ -33,6 +38,47 @@ private slots:
         timer.start();
         QCOMPARE(m_wire.presign(folderId).reply["bucket"].toString(), "quillmere-dev");
         QVERIFY2(timer.elapsed() >= 700, qPrintable(QString::number(timer.elapsed())));
+    }
+
+    void holdFaultAnswersOnceReleased() {
+        const qint64 folderId = m_wire.openSession()["folder_id"].toInteger();
+        QVERIFY(m_service.injectFault(DevService::Fault::withHold("presign")));
+        QNetworkAccessManager network;
+        QNetworkRequest request(QUrl(m_service.baseURL() + QStringLiteral("/%1/source_files/presign.json"
+                                                                          "?filename=a.jpg&content_type=image%2Fjpeg")
+                                                               .arg(folderId)));
+        request.setRawHeader("Authorization", "Bearer " + m_wire.token());
+        std::unique_ptr<QNetworkReply> held(network.get(request));
+        // Recorded as soon as it arrives, then held for as long as the test likes.
+        QTRY_COMPARE(m_service.requests("presign").size(), 1);
+        QTest::qWait(300);
+        QVERIFY(!held->isFinished());
+        // The fault took one call: the next is answered at once.
+        QCOMPARE(m_wire.presign(folderId).reply["bucket"].toString(), "quillmere-dev");
+        QVERIFY(!held->isFinished());
+        QVERIFY(m_service.releaseHeld());
+        QTRY_VERIFY(held->isFinished());
+        QCOMPARE(held->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+        QCOMPARE(QJsonDocument::fromJson(held->readAll())["bucket"].toString(), "quillmere-dev");
+    }
+
+    void heldUploadIsRecordedWholeAndResetReleasesIt() {
+        const ServiceWire::Grant grant = m_wire.presign(m_wire.openSession()["folder_id"].toInteger());
+        QVERIFY(m_service.injectFault(DevService::Fault::withHold("upload")));
+        const QByteArray boundary = ServiceWire::newBoundary();
+        const QByteArray body = ServiceWire::formBody(boundary, grant.fields, "jpeg");
+        QNetworkAccessManager network;
+        QNetworkRequest request(QUrl(grant.reply["url"].toString()));
+        request.setHeader(QNetworkRequest::ContentTypeHeader,
+                          QByteArray("multipart/form-data; boundary=" + boundary));
+        std::unique_ptr<QNetworkReply> held(network.post(request, body));
+        QTRY_COMPARE(m_service.requests("upload").size(), 1);
+        QCOMPARE(m_service.requests("upload").first().body, body);
+        QTest::qWait(300);
+        QVERIFY(!held->isFinished());
+        // A reset leaves no call held behind it.
+        QVERIFY(m_service.reset());
+        QTRY_VERIFY(held->isFinished());
     }
 
     void dropFaultClosesWithoutAWord() {

@@ -3,6 +3,7 @@
 
 #include "../../devservice/democredentials.h"
 
+#include <QDateTime>
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QJsonArray>
@@ -34,7 +35,8 @@ constexpr int callTimeoutMs = 60000;
 constexpr const char *faultKindNames[] = {
     "status",      "delay",     "drop",       "malformed_json", "wrong_type",      "missing_member",
     "host_absent", "host_null", "host_empty", "redirect",       "upload_elsewhere", "close",
-    "reset",       "not_http",  "cut_short"};
+    "reset",       "not_http",  "cut_short",
+    "hold"};
 
 DevService::Fault faultOn(QString endpoint, DevService::FaultKind kind, int count) {
     DevService::Fault fault;
@@ -62,6 +64,7 @@ DevService::ReceivedRequest withoutBody(const QJsonObject &record) {
     request.rawQuery = record["raw_query"].toString();
     request.query = pairsOf<QString>(record["query"]);
     request.headers = pairsOf<QByteArray>(record["headers"]);
+    request.receivedAt = QDateTime::fromString(record["received_at"].toString(), Qt::ISODateWithMs);
     return request;
 }
 
@@ -93,6 +96,10 @@ DevService::Fault DevService::Fault::withDrop(QString endpoint, int count) {
 
 DevService::Fault DevService::Fault::withLostReply(QString endpoint, FaultKind kind, int count) {
     return faultOn(std::move(endpoint), kind, count);
+}
+
+DevService::Fault DevService::Fault::withHold(QString endpoint, int count) {
+    return faultOn(std::move(endpoint), FaultKind::hold, count);
 }
 
 DevService::Fault DevService::Fault::withBrokenReply(QString endpoint, FaultKind kind,
@@ -281,6 +288,10 @@ bool DevService::injectFault(const Fault &fault) {
 
 bool DevService::clearFaults() {
     return expect(call("DELETE", "/__admin/faults"), 200, "clearing faults");
+}
+
+bool DevService::releaseHeld() {
+    return expect(call("POST", "/__admin/release"), 200, "releasing held calls");
 }
 
 QList<DevService::ReceivedRequest> DevService::requests(const QString &endpoint) {

@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QDateTime>
 #include <QList>
 #include <QPair>
 #include <QSslCertificate>
@@ -47,6 +48,7 @@ public:
         resetAfterWork,  // does the work, then resets the connection without a reply
         notHttp,         // does the work, then answers with bytes that are not HTTP
         cutShort,        // does the work, then closes halfway through the reply's body
+        hold,            // recorded, then held until releaseHeld(), then answered as usual
     };
 
     struct Fault {
@@ -65,6 +67,8 @@ public:
         static Fault withDrop(QString endpoint, int count = 1);
         // The kinds that do the work and then take the reply away.
         static Fault withLostReply(QString endpoint, FaultKind kind, int count = 1);
+        // The call is certainly under way, and stays so, until the test releases it.
+        static Fault withHold(QString endpoint, int count = 1);
         // The kinds that do the work and then break the reply.
         static Fault withBrokenReply(QString endpoint, FaultKind kind, QString member = {},
                                      int count = 1);
@@ -80,6 +84,7 @@ public:
         QList<QPair<QString, QString>> query; // decoded as a web framework does ('+' is a space)
         QList<QPair<QByteArray, QByteArray>> headers;
         QByteArray body; // byte for byte, uploads included
+        QDateTime receivedAt; // the service's clock, with milliseconds
 
         // The first value of a header, by name in any case; null when there is none.
         QByteArray header(QByteArrayView name) const;
@@ -118,7 +123,10 @@ public:
     // Forgets tokens, sessions, uploads, objects, received requests and planned faults.
     bool reset();
     bool injectFault(const Fault &fault);
+    // Clears the planned faults; calls still held are released.
     bool clearFaults();
+    // Lets every call held so far go on.
+    bool releaseHeld();
     QList<ReceivedRequest> requests(const QString &endpoint);
     // The bytes stored under `key`; nothing when there is no such object.
     std::optional<QByteArray> storedObject(const QString &key);
