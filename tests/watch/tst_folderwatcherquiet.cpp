@@ -2,6 +2,12 @@
 // The watcher's early word that a candidate has stopped changing: said once per modification
 // time, a fifth of a second after the last write and before the hand-over, which itself still
 // waits for the full second.
+//
+// The word is due only when the watcher looks at a photo that has been quiet for a fifth of a
+// second but not yet for a whole one. A test process held up for most of a second on a loaded
+// machine may first look when the photo is ready, and then hands it over without a word, as it
+// should. So the tests that wait for the word write another photo when that happens, and fail
+// only on a word said wrongly or on several photos in a row without one.
 #include "photofiles.h"
 #include "watchfoldertest.h"
 
@@ -36,44 +42,78 @@ class FolderWatcherQuietTest : public WatchFolderTest {
         return names;
     }
 
+    QList<Quiet> quietOf(const QString &name) const
+    {
+        QList<Quiet> said;
+        for (const Quiet &quiet : m_quiet) {
+            if (quiet.name == name)
+                said.append(quiet);
+        }
+        return said;
+    }
+
+    // How many photos in a row may be handed over without the word before a test gives up.
+    static constexpr int attempts = 3;
+
 private Q_SLOTS:
     void saidOnceBetweenTheLastWriteAndTheHandOver_data() { addModes(); }
     void saidOnceBetweenTheLastWriteAndTheHandOver()
     {
         QFETCH(bool, notifications);
         startWatcher(notifications);
-        // Well clear of the first poll, which would otherwise find the photo ready already.
+        // Clear of the first poll, which would find a photo written at the start just ready.
         QTest::qWait(300);
-        QVERIFY(PhotoFiles::writeFile(path(QStringLiteral("IMG_0001.JPG")), "photo bytes"));
-        const qint64 modified = modifiedAt(path(QStringLiteral("IMG_0001.JPG")));
-        QTRY_COMPARE_WITH_TIMEOUT(m_handed.size(), 1, 5000);
-        QTest::qWait(1200);
-        QCOMPARE(quietNames(), QStringList{QStringLiteral("IMG_0001.JPG")});
-        QCOMPARE(handedNames(), QStringList{QStringLiteral("IMG_0001.JPG")});
-        QVERIFY2(m_quiet[0].at >= modified + FolderWatcher::quietAfterMilliseconds,
-                 qPrintable(QStringLiteral("said %1 ms after the write").arg(m_quiet[0].at - modified)));
-        QVERIFY(m_quiet[0].at < m_handed[0].at);
-        QVERIFY(m_handed[0].at > modified + 1000);
+        int said = 0;
+        for (int attempt = 0; attempt < attempts && said == 0; ++attempt) {
+            const QString name = QStringLiteral("IMG_000%1.JPG").arg(attempt);
+            QVERIFY(PhotoFiles::writeFile(path(name), "photo bytes"));
+            const qint64 modified = modifiedAt(path(name));
+            QTRY_VERIFY_WITH_TIMEOUT(handedNames().contains(name), 5000);
+            QTest::qWait(1200); // one more poll and follow-up, which must say nothing more
+            QCOMPARE(handedNames().count(name), 1);
+            const QList<Quiet> words = quietOf(name);
+            QVERIFY2(words.size() <= 1, qPrintable(QString::number(words.size())));
+            if (words.isEmpty())
+                continue;
+            said = 1;
+            QVERIFY2(words[0].at >= modified + FolderWatcher::quietAfterMilliseconds,
+                     qPrintable(QStringLiteral("said %1 ms after the write").arg(words[0].at - modified)));
+            QVERIFY(words[0].at < m_handed.last().at);
+            QVERIFY(m_handed.last().at > modified + 1000);
+        }
+        QVERIFY2(said == 1, "no photo was said to have gone quiet");
+        QCOMPARE(quietNames(), QStringList{m_handed.last().name});
     }
 
     void saidAgainAfterAnotherWrite()
     {
         startWatcher();
-        const QString photo = path(QStringLiteral("IMG_0002.JPG"));
-        QVERIFY(PhotoFiles::writeFile(photo, "first half"));
-        QTRY_COMPARE_WITH_TIMEOUT(m_quiet.size(), 1, 5000);
-        QVERIFY(m_handed.isEmpty());
-        QFile file(photo);
-        QVERIFY(file.open(QIODevice::Append));
-        QVERIFY(file.write(" and the rest") > 0);
-        file.close();
-        const qint64 modified = modifiedAt(photo);
-        QTRY_COMPARE_WITH_TIMEOUT(m_handed.size(), 1, 5000);
-        QTest::qWait(1200);
-        QCOMPARE(quietNames(), (QStringList{QStringLiteral("IMG_0002.JPG"), QStringLiteral("IMG_0002.JPG")}));
-        QVERIFY(m_quiet[1].at >= modified + FolderWatcher::quietAfterMilliseconds);
-        QCOMPARE(m_handed.size(), 1);
-        QVERIFY(m_handed[0].at > modified + 1000);
+        bool saidTwice = false;
+        for (int attempt = 0; attempt < attempts && !saidTwice; ++attempt) {
+            const QString name = QStringLiteral("IMG_001%1.JPG").arg(attempt);
+            const QString photo = path(name);
+            QVERIFY(PhotoFiles::writeFile(photo, "first half"));
+            QTRY_VERIFY_WITH_TIMEOUT(!quietOf(name).isEmpty() || handedNames().contains(name), 5000);
+            if (handedNames().contains(name))
+                continue; // looked at first when it was ready: no word due
+            QFile file(photo);
+            QVERIFY(file.open(QIODevice::Append));
+            QVERIFY(file.write(" and the rest") > 0);
+            file.close();
+            const qint64 modified = modifiedAt(photo);
+            QTRY_VERIFY_WITH_TIMEOUT(handedNames().contains(name), 5000);
+            QTest::qWait(1200);
+            QCOMPARE(handedNames().count(name), 1);
+            QVERIFY(m_handed.last().at > modified + 1000);
+            const QList<Quiet> words = quietOf(name);
+            QVERIFY2(words.size() <= 2, qPrintable(QString::number(words.size())));
+            if (words.size() < 2)
+                continue; // the second write was first looked at when it was ready
+            saidTwice = true;
+            QVERIFY(words[1].at >= modified + FolderWatcher::quietAfterMilliseconds);
+            QVERIFY(words[1].at < m_handed.last().at);
+        }
+        QVERIFY2(saidTwice, "no photo was said to have gone quiet again after another write");
     }
 
     void neverSaidOfFilesThatAreNotCandidates()
@@ -88,7 +128,9 @@ private Q_SLOTS:
         QVERIFY(PhotoFiles::writeFile(path(QStringLiteral("IMG_0003.JPG")), "a photo"));
         QTRY_COMPARE_WITH_TIMEOUT(m_handed.size(), 1, 5000);
         QTest::qWait(1500);
-        QCOMPARE(quietNames(), QStringList{QStringLiteral("IMG_0003.JPG")});
+        // Of the photo, the word may have been said or not (see the top of this file).
+        QVERIFY2(quietNames().isEmpty() || quietNames() == QStringList{QStringLiteral("IMG_0003.JPG")},
+                 qPrintable(quietNames().join(QLatin1Char(' '))));
         QCOMPARE(handedNames(), QStringList{QStringLiteral("IMG_0003.JPG")});
     }
 

@@ -100,7 +100,9 @@ Item {
             compare(error.text, "Email o contraseña incorrectos")
             compare(error.color, Theme.red)
             compare(error.font.pixelSize, 12)
-            compare(button.y - (passwordGroup.y + passwordGroup.height), 20 + error.height + 20)
+            // The stack moves the button down when it next lays itself out, before the next frame.
+            tryVerify(() => button.y - (passwordGroup.y + passwordGroup.height) === 20 + error.height + 20,
+                      5000, "the button follows the error line")
             // The typed values stay.
             compare(findChild(screen, "passwordField").text, "no-es-esta")
         }

@@ -80,18 +80,29 @@ Item {
             const screen = makeScreen()
             const badge = findChild(screen, "liveBadge")
             compare(screen.badgeVisible, false)
-            tryVerify(() => badge.opacity < 0.3, 2000)
-            tryVerify(() => badge.opacity > 0.9, 2000)
+            pulses(badge)
             Harness.viewModel.isPaused = true
             compare(findChild(badge, "pillText").text, "PAUSADO")
             compare(badge.tint, Theme.orange)
-            tryVerify(() => badge.opacity < 0.3, 2000)
-            tryVerify(() => badge.opacity > 0.9, 2000)
-            // Never fainter than 0.2.
-            for (let i = 0; i < 20; ++i) {
-                verify(badge.opacity >= 0.2 - 1e-6, badge.opacity)
-                wait(30)
+            pulses(badge)
+        }
+
+        // Fades below 0.3 and comes back above 0.9, never fainter than 0.2. Every value the
+        // animation gives is looked at: a loaded machine draws few frames, and a look now and
+        // then would often miss the bottom of a pulse.
+        function pulses(badge) {
+            const seen = { lowest: badge.opacity, faded: false, back: false }
+            const note = () => {
+                seen.lowest = Math.min(seen.lowest, badge.opacity)
+                if (badge.opacity < 0.3)
+                    seen.faded = true
+                else if (seen.faded && badge.opacity > 0.9)
+                    seen.back = true
             }
+            badge.opacityChanged.connect(note)
+            tryVerify(() => seen.back, 15000, "faded below 0.3 and back above 0.9")
+            badge.opacityChanged.disconnect(note)
+            verify(seen.lowest >= 0.2 - 1e-6, "faintest opacity " + seen.lowest)
         }
 
         function test_pulseRestsWhileThePanelIsHidden() {
@@ -181,8 +192,9 @@ Item {
             tryVerify(() => error.visible, 10000)
             compare(Harness.stateName(), "recording")
             compare(error.text, "No se pudo crear la sesión")
+            // The stack places the line when it next lays itself out, before the next frame.
             const counterColumn = findChild(screen, "uploadedCounter").parent
-            compare(error.y, counterColumn.y + counterColumn.height + 8 + 20)
+            tryCompare(error, "y", counterColumn.y + counterColumn.height + 8 + 20, 5000)
         }
 
         function test_pauseFlipsTheControllerFlag() {
