@@ -52,6 +52,10 @@ bool SessionHarness::dropPhoto(const QString &name, const QByteArray &bytes, boo
     QFile file(pathOf(name));
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
         return false;
+    // Written out first: bytes still buffered would reach the file when it closes, after the
+    // time was set, and the write would make the file new again.
+    if (!file.flush())
+        return false;
     if (alreadySettled)
         return file.setFileTime(QDateTime::currentDateTime().addSecs(-2),
                                 QFileDevice::FileModificationTime);
