@@ -2,6 +2,7 @@
 #include "photofiles.h"
 
 #include <QFile>
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -41,6 +42,50 @@ int subsamplingOf(PhotoFiles::Chroma chroma) {
 void appendBigEndian16(QByteArray &bytes, int value) {
     bytes.append(char((value >> 8) & 0xFF));
     bytes.append(char(value & 0xFF));
+}
+
+void appendBigEndian32(QByteArray &bytes, quint32 value) {
+    appendBigEndian16(bytes, int(value >> 16));
+    appendBigEndian16(bytes, int(value & 0xFFFF));
+}
+
+// An Exif block as a big-endian TIFF structure: one IFD with the Orientation tag (0x0112) and,
+// when a thumbnail is given, a second IFD that points at it, the thumbnail's JPEG last.
+QByteArray exifTiff(int orientation, const QByteArray &thumbnail = {}) {
+    QByteArray tiff("MM\0\x2A\0\0\0\x08", 8);
+    const auto entry = [&](int tag, int type, quint32 value) {
+        appendBigEndian16(tiff, tag);
+        appendBigEndian16(tiff, type);
+        appendBigEndian32(tiff, 1); // count
+        if (type == 3) {            // SHORT, left-justified in the value field
+            appendBigEndian16(tiff, int(value));
+            appendBigEndian16(tiff, 0);
+        } else {
+            appendBigEndian32(tiff, value);
+        }
+    };
+    constexpr int ifdSize = 2 + 12 + 4;
+    appendBigEndian16(tiff, 1);
+    entry(0x0112, 3, quint32(orientation));
+    appendBigEndian32(tiff, thumbnail.isEmpty() ? 0 : quint32(8 + ifdSize)); // next IFD
+    if (thumbnail.isEmpty())
+        return tiff;
+    const quint32 thumbnailAt = 8 + ifdSize + 2 + 2 * 12 + 4;
+    appendBigEndian16(tiff, 2);
+    entry(0x0201, 4, thumbnailAt);               // JPEGInterchangeFormat, LONG
+    entry(0x0202, 4, quint32(thumbnail.size())); // JPEGInterchangeFormatLength
+    appendBigEndian32(tiff, 0);
+    return tiff + thumbnail;
+}
+
+quint32 crc32(const QByteArray &bytes) {
+    quint32 crc = 0xFFFFFFFFu;
+    for (const char byte : bytes) {
+        crc ^= quint8(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+    }
+    return ~crc;
 }
 
 } // namespace
@@ -106,16 +151,10 @@ QByteArray PhotoFiles::encodeGradientJpeg(QSize size, int quality) {
     return takeBuffer(buffer, length, ok);
 }
 
-QByteArray PhotoFiles::withExifOrientation(const QByteArray &jpeg, int orientation) {
-    // APP1 "Exif", a big-endian TIFF header and one IFD with the Orientation tag (0x0112).
-    QByteArray tiff("MM\0\x2A\0\0\0\x08", 8);
-    appendBigEndian16(tiff, 1);               // one entry
-    appendBigEndian16(tiff, 0x0112);          // Orientation
-    appendBigEndian16(tiff, 3);               // SHORT
-    tiff.append(QByteArray("\0\0\0\x01", 4)); // count 1
-    appendBigEndian16(tiff, orientation);     // value, left-justified
-    tiff.append(QByteArray(2, '\0'));
-    tiff.append(QByteArray(4, '\0')); // no next IFD
+QByteArray PhotoFiles::withExifOrientation(const QByteArray &jpeg, int orientation,
+                                           const QByteArray &thumbnail) {
+    // APP1 "Exif" right after the start of the image, where cameras put it.
+    const QByteArray tiff = exifTiff(orientation, thumbnail);
     QByteArray app1("\xFF\xE1", 2);
     appendBigEndian16(app1, int(2 + 6 + tiff.size()));
     app1.append(QByteArray("Exif\0\0", 6));
@@ -123,7 +162,19 @@ QByteArray PhotoFiles::withExifOrientation(const QByteArray &jpeg, int orientati
     return jpeg.left(2) + app1 + jpeg.mid(2);
 }
 
-bool PhotoFiles::writeTiff(const QString &path, const QList<QImage> &pages, int bitsPerSample) {
+QByteArray PhotoFiles::withPngExifOrientation(const QByteArray &png, int orientation) {
+    // An eXIf chunk right after IHDR (8 bytes of signature, then 25 of IHDR).
+    constexpr qsizetype afterHeader = 8 + 25;
+    const QByteArray chunk = QByteArray("eXIf") + exifTiff(orientation);
+    QByteArray bytes;
+    appendBigEndian32(bytes, quint32(chunk.size() - 4));
+    bytes.append(chunk);
+    appendBigEndian32(bytes, crc32(chunk));
+    return png.left(afterHeader) + bytes + png.mid(afterHeader);
+}
+
+bool PhotoFiles::writeTiff(const QString &path, const QList<QImage> &pages, int bitsPerSample,
+                           int orientation) {
     TIFF *tiff = TIFFOpen(QFile::encodeName(path).constData(), "w");
     if (tiff == nullptr)
         return false;
@@ -139,6 +190,7 @@ bool PhotoFiles::writeTiff(const QString &path, const QList<QImage> &pages, int 
         TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
         TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
         TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 16);
+        TIFFSetField(tiff, TIFFTAG_ORIENTATION, orientation);
         if (pages.size() > 1) {
             TIFFSetField(tiff, TIFFTAG_SUBFILETYPE, FILETYPE_PAGE);
             TIFFSetField(tiff, TIFFTAG_PAGENUMBER, int(&page - pages.data()), int(pages.size()));
@@ -157,6 +209,41 @@ bool PhotoFiles::writeTiff(const QString &path, const QList<QImage> &pages, int 
         }
         ok = ok && TIFFWriteDirectory(tiff);
     }
+    TIFFClose(tiff);
+    return ok;
+}
+
+bool PhotoFiles::writeTiledTiff(const QString &path, const QImage &page, int orientation) {
+    constexpr int tile = 256;
+    const QImage pixels = page.convertToFormat(QImage::Format_RGB888);
+    TIFF *tiff = TIFFOpen(QFile::encodeName(path).constData(), "w");
+    if (tiff == nullptr)
+        return false;
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, std::uint32_t(pixels.width()));
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, std::uint32_t(pixels.height()));
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    TIFFSetField(tiff, TIFFTAG_TILEWIDTH, std::uint32_t(tile));
+    TIFFSetField(tiff, TIFFTAG_TILELENGTH, std::uint32_t(tile));
+    TIFFSetField(tiff, TIFFTAG_ORIENTATION, orientation);
+    std::vector<uchar> buffer(std::size_t(tile) * tile * 3);
+    bool ok = true;
+    for (int top = 0; ok && top < pixels.height(); top += tile) {
+        for (int left = 0; ok && left < pixels.width(); left += tile) {
+            std::fill(buffer.begin(), buffer.end(), uchar(0));
+            const int rows = std::min(tile, pixels.height() - top);
+            const int columns = std::min(tile, pixels.width() - left);
+            for (int y = 0; y < rows; ++y)
+                std::memcpy(buffer.data() + std::size_t(y) * tile * 3,
+                            pixels.constScanLine(top + y) + std::size_t(left) * 3,
+                            std::size_t(columns) * 3);
+            ok = TIFFWriteTile(tiff, buffer.data(), std::uint32_t(left), std::uint32_t(top), 0, 0) >= 0;
+        }
+    }
+    ok = ok && TIFFWriteDirectory(tiff);
     TIFFClose(tiff);
     return ok;
 }

@@ -22,10 +22,18 @@ public:
     // A JPEG of a smooth gradient, built from planes so that even 100 megapixels need no RGB
     // copy in memory.
     static QByteArray encodeGradientJpeg(QSize size, int quality);
-    // The same JPEG with an Exif block that records the given orientation (1..8).
-    static QByteArray withExifOrientation(const QByteArray &jpeg, int orientation);
-    // RGB888 (or RGBX64 for 16 bits) pages, one directory each, uncompressed strips.
-    static bool writeTiff(const QString &path, const QList<QImage> &pages, int bitsPerSample);
+    // The same JPEG with an Exif block that records the given orientation (1..8) and, when
+    // given, carries a thumbnail JPEG as cameras do.
+    static QByteArray withExifOrientation(const QByteArray &jpeg, int orientation,
+                                          const QByteArray &thumbnail = {});
+    // The same PNG with an eXIf chunk that records the given orientation.
+    static QByteArray withPngExifOrientation(const QByteArray &png, int orientation);
+    // RGB888 (or RGBX64 for 16 bits) pages, one directory each, uncompressed strips, each with
+    // the given orientation tag (1 is as stored).
+    static bool writeTiff(const QString &path, const QList<QImage> &pages, int bitsPerSample,
+                          int orientation = 1);
+    // One 8-bit RGB page in 256 x 256 tiles, the layout only libtiff's generic reader takes.
+    static bool writeTiledTiff(const QString &path, const QImage &page, int orientation = 1);
     static bool writeFile(const QString &path, const QByteArray &bytes);
 
     // A full-size decode to RGB888, or a null image.

@@ -23,7 +23,7 @@ std::array<std::uint16_t, 256> linearSamples() {
     return table;
 }
 
-void setCommonCameraTags(TIFF *tiff) {
+void setCommonCameraTags(TIFF *tiff, int orientation) {
     static const std::uint8_t version[4] = {1, 4, 0, 0};
     static const std::uint8_t backward[4] = {1, 1, 0, 0};
     // XYZ (D65) to linear sRGB: the "camera" is an ideal sRGB sensor.
@@ -38,7 +38,7 @@ void setCommonCameraTags(TIFF *tiff) {
     TIFFSetField(tiff, TIFFTAG_COLORMATRIX1, 9, xyzToCamera);
     TIFFSetField(tiff, TIFFTAG_CALIBRATIONILLUMINANT1, 21);
     TIFFSetField(tiff, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
-    TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    TIFFSetField(tiff, TIFFTAG_ORIENTATION, orientation);
 }
 
 struct Layout {
@@ -64,12 +64,12 @@ void setLayout(TIFF *tiff, const Layout &layout) {
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, layout.rowsPerStrip);
 }
 
-bool writeThumbnail(TIFF *tiff, const QImage &thumbnail, int subIfds) {
+bool writeThumbnail(TIFF *tiff, const QImage &thumbnail, int subIfds, int orientation) {
     const QImage rgb = thumbnail.convertToFormat(QImage::Format_RGB888);
     std::vector<std::uint64_t> offsets(static_cast<std::size_t>(subIfds), 0);
     setLayout(tiff, {FILETYPE_REDUCEDIMAGE, rgb.size(), 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE,
                      std::uint32_t(rgb.height())});
-    setCommonCameraTags(tiff);
+    setCommonCameraTags(tiff, orientation);
     TIFFSetField(tiff, TIFFTAG_SUBIFD, std::uint16_t(subIfds), offsets.data());
     for (int y = 0; y < rgb.height(); ++y)
         if (TIFFWriteScanline(tiff, const_cast<uchar *>(rgb.constScanLine(y)), std::uint32_t(y),
@@ -127,11 +127,11 @@ bool writePreview(TIFF *tiff, const QByteArray &jpeg) {
 } // namespace
 
 bool RawDngWriter::write(const QString &path, const QImage &sensor, const QImage &thumbnail,
-                         const QByteArray &previewJpeg) {
+                         const QByteArray &previewJpeg, int orientation) {
     TIFF *tiff = TIFFOpen(QFile::encodeName(path).constData(), "w");
     if (tiff == nullptr)
         return false;
-    const bool ok = writeThumbnail(tiff, thumbnail, previewJpeg.isEmpty() ? 1 : 2) &&
+    const bool ok = writeThumbnail(tiff, thumbnail, previewJpeg.isEmpty() ? 1 : 2, orientation) &&
                     writeRawData(tiff, sensor) &&
                     (previewJpeg.isEmpty() || writePreview(tiff, previewJpeg));
     TIFFClose(tiff);

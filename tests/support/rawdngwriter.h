@@ -15,6 +15,7 @@ public:
     static constexpr int blackLevel = 256;
     static constexpr int whiteLevel = 16383;
 
+    // `orientation` is the TIFF orientation tag of the file (1 is as stored).
     static bool write(const QString &path, const QImage &sensor, const QImage &thumbnail,
-                      const QByteArray &previewJpeg = {});
+                      const QByteArray &previewJpeg = {}, int orientation = 1);
 };
