@@ -1,19 +1,29 @@
 // SPDX-License-Identifier: MIT
-// The controller's state before any request: defaults, the remembered e-mail, the folder
-// choice and the refusals that need no service.
+// The records and the controller's state before any request: defaults, the remembered e-mail,
+// the folder choice.
 #include "appstate.h"
 #include "livesession.h"
 #include "scopedpreferences.h"
 #include "sessionviewmodel.h"
 
 #include <QDir>
+#include <QMetaProperty>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <functional>
 
 class SessionRecordsTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        // Nothing here should reach a service. Should a defect send a request all the same, it
+        // goes to a closed port on this machine, never to the address fixed at build time.
+        qputenv("QUILLMERE_SERVICE_URL", "http://127.0.0.1:1");
+    }
+
     void freshLiveSessionHasEmptyNameAndAbsentValues()
     {
         const LiveSession session;
@@ -33,17 +43,58 @@ private Q_SLOTS:
         QVERIFY(!session.watchFolderPathValue().isValid());
     }
 
-    void liveSessionIsAValue()
+    void everyFieldCountsAndReachesTheScreens_data()
     {
-        LiveSession a;
-        a.clientName = QStringLiteral("Ana");
-        a.folderId = 0;
-        LiveSession b = a;
-        b.clientName = QStringLiteral("Luis");
-        QCOMPARE(a.clientName, QStringLiteral("Ana"));
-        QVERIFY(a.folderId.has_value());
-        QCOMPARE(a.folderIdValue().toLongLong(), 0);
-        QVERIFY(!(a == b));
+        // One field set at a time, and what the screens read for it. A folder id of 0 and empty
+        // texts are values, unlike absent ones.
+        QTest::addColumn<QByteArray>("property");
+        QTest::addColumn<LiveSession>("edited");
+        QTest::addColumn<QVariant>("shown");
+        const auto row = [](const char *property, const std::function<void(LiveSession &)> &edit,
+                            const QVariant &shown) {
+            LiveSession session;
+            edit(session);
+            QTest::newRow(property) << QByteArray(property) << session << shown;
+        };
+        const QUrl folder = QUrl::fromLocalFile(QStringLiteral("/fotos/boda"));
+        row("clientName", [](LiveSession &s) { s.clientName = QStringLiteral("Ana"); }, QStringLiteral("Ana"));
+        row("watchFolder", [&](LiveSession &s) { s.watchFolder = folder; }, folder);
+        row("folderId", [](LiveSession &s) { s.folderId = 0; }, qint64(0));
+        row("slug", [](LiveSession &s) { s.slug = QString(); }, QString());
+        row("liveURL", [](LiveSession &s) { s.liveURL = QStringLiteral("https://x/live"); }, QStringLiteral("https://x/live"));
+        row("galleryURL", [](LiveSession &s) { s.galleryURL = QStringLiteral("https://x/g"); }, QStringLiteral("https://x/g"));
+        row("uploadedCount", [](LiveSession &s) { s.uploadedCount = 3; }, qint64(3));
+        row("fullResUploaded", [](LiveSession &s) { s.fullResUploaded = 4; }, qint64(4));
+        row("fullResTotal", [](LiveSession &s) { s.fullResTotal = 5; }, qint64(5));
+        row("selectedCount", [](LiveSession &s) { s.selectedCount = 6; }, qint64(6));
+    }
+    void everyFieldCountsAndReachesTheScreens()
+    {
+        QFETCH(QByteArray, property);
+        QFETCH(LiveSession, edited);
+        QFETCH(QVariant, shown);
+        // The controller announces a change only when the record differs: equality must see
+        // every field.
+        const LiveSession fresh;
+        QVERIFY(!(edited == fresh));
+        // The screens read the record through its properties: the one edited shows the value,
+        // every other one reads as in a fresh record.
+        const QMetaObject &meta = LiveSession::staticMetaObject;
+        for (int i = meta.propertyOffset(); i < meta.propertyCount(); ++i) {
+            const QMetaProperty field = meta.property(i);
+            const QVariant value = field.readOnGadget(&edited);
+            const bool isEdited = property == field.name()
+                || (property == "watchFolder" && qstrcmp(field.name(), "watchFolderPath") == 0);
+            if (!isEdited) {
+                QVERIFY2(value == field.readOnGadget(&fresh), field.name());
+                continue;
+            }
+            QVERIFY2(value.isValid(), field.name()); // a value, not undefined
+            if (qstrcmp(field.name(), "watchFolderPath") == 0)
+                QCOMPARE(value.toString(), shown.toUrl().toLocalFile());
+            else
+                QCOMPARE(value, shown);
+        }
     }
 
     void firstStartWithEmptyPreferences()
@@ -107,32 +158,6 @@ private Q_SLOTS:
         answer.reset();
         model.pickFolder();
         QCOMPARE(model.session().watchFolder, std::optional(QUrl::fromLocalFile(QStringLiteral("/fotos/boda"))));
-    }
-
-    void startIsRefusedWithoutNameOrFolder_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("withFolder");
-        QTest::newRow("no name, folder") << QString() << true;
-        QTest::newRow("name, no folder") << QStringLiteral("Ana") << false;
-        QTest::newRow("nothing") << QString() << false;
-    }
-    void startIsRefusedWithoutNameOrFolder()
-    {
-        QFETCH(QString, name);
-        QFETCH(bool, withFolder);
-        ScopedPreferences preferences;
-        SessionViewModel model;
-        model.setClientName(name);
-        if (withFolder)
-            model.setFolderChooser([](const QString &) { return std::optional(QUrl::fromLocalFile(QDir::tempPath())); });
-        model.pickFolder();
-        model.startSession();
-        QCOMPARE(model.error(),
-                 std::optional(QStringLiteral("Ingresa el nombre del cliente y selecciona una carpeta")));
-        QCOMPARE(model.state(), AppState::setup);
-        QVERIFY(!model.uploadManager());
-        QVERIFY(!model.watcher());
     }
 
     void newSessionClearsEverything()

@@ -225,6 +225,39 @@ private Q_SLOTS:
         QVERIFY(!model.error());
     }
 
+    void startIsRefusedWithoutNameOrFolder_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("withFolder");
+        QTest::newRow("no name, folder") << QString() << true;
+        QTest::newRow("name, no folder") << QStringLiteral("Ana") << false;
+        QTest::newRow("nothing") << QString() << false;
+    }
+    void startIsRefusedWithoutNameOrFolder()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, withFolder);
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        model.setClientName(name);
+        if (withFolder) {
+            const QUrl folder = QUrl::fromLocalFile(m_harness.folderPath());
+            model.setFolderChooser([folder](const QString &) { return std::optional(folder); });
+        }
+        model.pickFolder();
+        awaitOutcome(model.startSessionTask());
+        QCOMPARE(model.error(),
+                 std::optional(QStringLiteral("Ingresa el nombre del cliente y selecciona una carpeta")));
+        QCOMPARE(model.state(), AppState::setup);
+        QVERIFY(!model.uploadManager());
+        QVERIFY(!model.watcher());
+        // The service is listening, and has heard nothing since the sign-in.
+        DevService &service = m_harness.service();
+        QCOMPARE(service.requests(QStringLiteral("authenticate")).size(), 1);
+        for (const char *endpoint : {"createSession", "endSession", "presign", "register", "upload"})
+            QVERIFY2(service.requests(QString::fromLatin1(endpoint)).isEmpty(), endpoint);
+    }
+
     void refusedStartStaysInSetup()
     {
         SessionViewModel model;
