@@ -56,6 +56,14 @@ QByteArray brokenReply(const Fault &fault, QJsonObject reply) {
     case Fault::Kind::hostEmpty:
         reply.insert("host", "");
         break;
+    case Fault::Kind::extraMember:
+        // Of every JSON type at once, so that nothing about it may trouble a decoder.
+        reply.insert(HttpReplies::text(fault.member),
+                     QJsonObject{{"number", 1.5},
+                                 {"text", "more"},
+                                 {"list", QJsonArray{true, QJsonValue::Null, 7}},
+                                 {"object", QJsonObject{}}});
+        break;
     case Fault::Kind::status:
     case Fault::Kind::delay:
     case Fault::Kind::drop:

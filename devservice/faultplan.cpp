@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::array<std::pair<Fault::Kind, std::string_view>, 16> kindNames{{
+constexpr std::array<std::pair<Fault::Kind, std::string_view>, 17> kindNames{{
     {Fault::Kind::status, "status"},
     {Fault::Kind::delay, "delay"},
     {Fault::Kind::drop, "drop"},
@@ -26,6 +26,7 @@ constexpr std::array<std::pair<Fault::Kind, std::string_view>, 16> kindNames{{
     {Fault::Kind::notHttp, "not_http"},
     {Fault::Kind::cutShort, "cut_short"},
     {Fault::Kind::hold, "hold"},
+    {Fault::Kind::extraMember, "extra_member"},
 }};
 
 // The members of each success reply a client decodes; the others' bodies are read by nobody.
@@ -93,6 +94,17 @@ std::optional<std::string> problemWith(Endpoint endpoint, const Fault &fault) {
         if (endpoint != Endpoint::presign)
             return "only presign replies say where the upload goes";
         return std::nullopt;
+    case Fault::Kind::extraMember: {
+        // A new name at the top of the reply: one inside presign's "fields" would be a form
+        // field the store has not signed.
+        const std::vector<std::string> members = replyMembers(endpoint);
+        if (members.empty())
+            return "only authenticate, createSession and presign answer with JSON";
+        if (fault.member.empty() || fault.member.find('.') != std::string::npos ||
+            std::ranges::find(members, fault.member) != members.end())
+            return "member must be a new top-level name";
+        return std::nullopt;
+    }
     }
     return "unknown kind";
 }

@@ -32,6 +32,7 @@ struct Fault {
         notHttp,         // do the work, then answer with bytes that are not an HTTP reply
         cutShort,        // do the work, then close halfway through the reply's body
         hold,            // recorded, then answered as usual only once the test releases it
+        extraMember,     // do the work, then add `member`, a name the reply does not have
     };
 
     Kind kind = Kind::status;

@@ -106,6 +106,21 @@ private Q_SLOTS:
         QCOMPARE(presignNow()->host, std::optional(QString()));
     }
 
+    void presignIgnoresMembersItDoesNotName()
+    {
+        QVERIFY(m_service.injectFault(DevService::Fault::withBrokenReply(
+            QStringLiteral("presign"), DevService::FaultKind::extraMember, QStringLiteral("expires_in"))));
+        const std::optional<PresignResponse> grant = presignNow();
+        QVERIFY(grant);
+        QCOMPARE(grant->method, QStringLiteral("POST"));
+        QCOMPARE(grant->host, std::optional(m_service.storageHost()));
+        // Decoded as if the member were not there: the store, which wants exactly the fields it
+        // signed, takes the upload made with them.
+        const auto url = awaitOutcome(m_api->uploadToStorage(*grant, "photo bytes"));
+        QVERIFY(url.value);
+        QCOMPARE(m_service.storedObject(grant->key), std::optional(QByteArray("photo bytes")));
+    }
+
     void presignStatusTest()
     {
         QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("presign"), 201, "{}")));

@@ -110,6 +110,7 @@ private slots:
         row("host absent", "presign", Kind::hostAbsent, "");
         row("host null", "presign", Kind::hostNull, "");
         row("host empty", "presign", Kind::hostEmpty, "");
+        row("an extra member", "presign", Kind::extraMember, "expires_in");
     }
 
     void replyFaultsBreakTheReplyOnly() {
@@ -144,6 +145,8 @@ private slots:
             QVERIFY(json["host"].isNull() && json.contains("host"));
         if (kind == int(DevService::FaultKind::hostEmpty))
             QCOMPARE(json["host"], QJsonValue(""));
+        if (kind == int(DevService::FaultKind::extraMember))
+            QVERIFY(json["expires_in"].isObject() && json["key"].isString() && json["fields"].isObject());
     }
 
     void redirectFaultNamesTheOtherOriginByDefault() {
@@ -230,6 +233,9 @@ private slots:
                 {{"endpoint", "createSession"}, {"kind", "missing_member"}, {"member", "nope"}}),
             400);
         QCOMPARE(planned({{"endpoint", "nowhere"}, {"kind", "drop"}}), 400);
+        QCOMPARE(planned({{"endpoint", "presign"}, {"kind", "extra_member"}, {"member", "key"}}), 400);
+        QCOMPARE(planned({{"endpoint", "presign"}, {"kind", "extra_member"}, {"member", "fields.x"}}), 400);
+        QCOMPARE(planned({{"endpoint", "upload"}, {"kind", "extra_member"}, {"member", "x"}}), 400);
     }
 
 private:

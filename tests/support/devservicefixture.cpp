@@ -36,7 +36,7 @@ constexpr const char *faultKindNames[] = {
     "status",      "delay",     "drop",       "malformed_json", "wrong_type",      "missing_member",
     "host_absent", "host_null", "host_empty", "redirect",       "upload_elsewhere", "close",
     "reset",       "not_http",  "cut_short",
-    "hold"};
+    "hold",        "extra_member"};
 
 DevService::Fault faultOn(QString endpoint, DevService::FaultKind kind, int count) {
     DevService::Fault fault;

@@ -49,6 +49,7 @@ public:
         notHttp,         // does the work, then answers with bytes that are not HTTP
         cutShort,        // does the work, then closes halfway through the reply's body
         hold,            // recorded, then held until releaseHeld(), then answered as usual
+        extraMember,     // does the work, then adds `member`, a name the reply does not have
     };
 
     struct Fault {
@@ -69,7 +70,7 @@ public:
         static Fault withLostReply(QString endpoint, FaultKind kind, int count = 1);
         // The call is certainly under way, and stays so, until the test releases it.
         static Fault withHold(QString endpoint, int count = 1);
-        // The kinds that do the work and then break the reply.
+        // The kinds that do the work and then change the reply.
         static Fault withBrokenReply(QString endpoint, FaultKind kind, QString member = {},
                                      int count = 1);
         static Fault withRedirect(QString endpoint, int status, QString location = {},
