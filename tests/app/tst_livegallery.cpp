@@ -7,7 +7,6 @@
 
 #include <QBuffer>
 #include <QCoroTask>
-#include <QElapsedTimer>
 #include <QImage>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -99,12 +98,9 @@ void TestLiveGallery::registeredPreviewShowsOnTheLivePage() {
     QCoro::waitFor(
         client.registerAttachment(session.folder_id, stored, presign.key, presign.bucket));
 
-    QElapsedTimer shown;
-    shown.start();
     const QString after = pageAsShown(session.live_url);
     const QStringList previews = imageSources(after).filter(name);
     QVERIFY2(previews.size() == 1, qPrintable(after.right(1200)));
-    QVERIFY2(shown.elapsed() < 30000, "the browser took too long");
 
     // The picture behind the <img> is the preview as uploaded.
     QNetworkAccessManager network;
