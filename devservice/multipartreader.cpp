@@ -92,6 +92,10 @@ MultipartReader::MultipartReader(std::string_view boundary, Callbacks callbacks)
 void MultipartReader::feed(std::string_view chunk) {
     if (m_state == State::failed)
         return;
+    // What the steps consumed goes once per chunk: erasing it step by step would move the rest
+    // of a body given whole once for every line and part, which is quadratic in its size.
+    m_buffer.erase(0, m_consumed);
+    m_consumed = 0;
     m_buffer.append(chunk);
     for (;;) {
         bool progressed = false;
@@ -120,7 +124,7 @@ void MultipartReader::feed(std::string_view chunk) {
 }
 
 void MultipartReader::finish() {
-    if (m_state == State::closed && (m_buffer.empty() || m_buffer == crlf))
+    if (m_state == State::closed && (pending().empty() || pending() == crlf))
         return;
     if (m_state != State::failed)
         fail(m_state == State::closed ? "data after the closing boundary"
@@ -129,27 +133,27 @@ void MultipartReader::finish() {
 
 bool MultipartReader::readOpening() {
     const std::string opening = m_dashBoundary + std::string(crlf);
-    const std::size_t compared = std::min(m_buffer.size(), opening.size());
-    if (m_buffer.compare(0, compared, opening, 0, compared) != 0) {
+    const std::size_t compared = std::min(pending().size(), opening.size());
+    if (pending().compare(0, compared, opening, 0, compared) != 0) {
         fail("the body does not begin with the boundary of the Content-Type header");
         return false;
     }
-    if (m_buffer.size() < opening.size())
+    if (pending().size() < opening.size())
         return false;
-    m_buffer.erase(0, opening.size());
+    consume(opening.size());
     m_state = State::headers;
     return true;
 }
 
 bool MultipartReader::readHeaderLine() {
-    const std::size_t end = m_buffer.find(crlf);
+    const std::size_t end = pending().find(crlf);
     if (end == std::string::npos) {
-        if (m_buffer.size() > longestHeaderLine)
+        if (pending().size() > longestHeaderLine)
             fail("a part header line is too long");
         return false;
     }
-    const std::string line = m_buffer.substr(0, end);
-    m_buffer.erase(0, end + crlf.size());
+    const std::string line(pending().substr(0, end));
+    consume(end + crlf.size());
     if (!line.empty())
         return takeHeader(line);
     if (!m_hasDisposition) {
@@ -162,37 +166,37 @@ bool MultipartReader::readHeaderLine() {
 }
 
 bool MultipartReader::readContent() {
-    const std::size_t delimiter = m_buffer.find(m_delimiter);
+    const std::size_t delimiter = pending().find(m_delimiter);
     if (delimiter == std::string::npos) {
         // Everything but a tail that could still be the start of the delimiter is content.
-        const std::size_t keep = std::min(m_buffer.size(), m_delimiter.size() - 1);
-        const std::size_t safe = m_buffer.size() - keep;
+        const std::size_t keep = std::min(pending().size(), m_delimiter.size() - 1);
+        const std::size_t safe = pending().size() - keep;
         if (safe > 0) {
-            m_callbacks.content(std::string_view(m_buffer).substr(0, safe));
-            m_buffer.erase(0, safe);
+            m_callbacks.content(pending().substr(0, safe));
+            consume(safe);
         }
         return false;
     }
     if (delimiter > 0)
-        m_callbacks.content(std::string_view(m_buffer).substr(0, delimiter));
-    m_buffer.erase(0, delimiter + m_delimiter.size());
+        m_callbacks.content(pending().substr(0, delimiter));
+    consume(delimiter + m_delimiter.size());
     m_callbacks.end();
     m_state = State::afterDelimiter;
     return true;
 }
 
 bool MultipartReader::readAfterDelimiter() {
-    if (m_buffer.size() < 2)
+    if (pending().size() < 2)
         return false;
-    if (m_buffer.starts_with(crlf)) {
-        m_buffer.erase(0, 2);
+    if (pending().starts_with(crlf)) {
+        consume(2);
         m_part = Part();
         m_hasDisposition = false;
         m_state = State::headers;
         return true;
     }
-    if (m_buffer.starts_with("--")) {
-        m_buffer.erase(0, 2);
+    if (pending().starts_with("--")) {
+        consume(2);
         m_state = State::closed;
         return true;
     }
@@ -202,7 +206,7 @@ bool MultipartReader::readAfterDelimiter() {
 
 bool MultipartReader::readClosing() {
     // Only a CRLF may follow the close delimiter; anything else is an error at once.
-    if (m_buffer.size() > crlf.size() || !std::string_view(crlf).starts_with(m_buffer))
+    if (pending().size() > crlf.size() || !std::string_view(crlf).starts_with(pending()))
         fail("data after the closing boundary");
     return false;
 }
@@ -265,4 +269,5 @@ void MultipartReader::fail(std::string message) {
     m_state = State::failed;
     m_error = std::move(message);
     m_buffer.clear();
+    m_consumed = 0;
 }

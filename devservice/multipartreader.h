@@ -48,12 +48,16 @@ private:
     bool takeHeader(std::string_view line);
     bool takeDisposition(std::string_view value);
     void fail(std::string message);
+    // The part of the buffer no step has consumed yet.
+    std::string_view pending() const { return std::string_view(m_buffer).substr(m_consumed); }
+    void consume(std::size_t count) { m_consumed += count; }
 
     std::string m_dashBoundary; // "--" boundary
     std::string m_delimiter;    // CRLF "--" boundary
     Callbacks m_callbacks;
     State m_state = State::opening;
     std::string m_buffer;
+    std::size_t m_consumed = 0;
     Part m_part;
     bool m_hasDisposition = false;
     std::optional<std::string> m_error;
