@@ -7,23 +7,28 @@
 
 namespace {
 
-struct Window {
-    int first = 0;
+// What one window's computation needs, kept from one destination pixel to the next: a preview
+// has thousands of them, and allocating for each was most of the cost of a small picture.
+struct Scratch {
+    std::vector<double> exact;
     std::vector<std::int32_t> weights;
 };
 
 // One destination pixel: the filter centred on its centre, stretched by the scale when
 // shrinking so that it also removes what the smaller grid cannot hold. Windows that run over an
-// edge are cut there and renormalised.
-Window windowFor(int index, int sourceSize, double scale) {
+// edge are cut there and renormalised. The weights land in scratch.weights; the result is the
+// first source pixel they apply to.
+int windowFor(int index, int sourceSize, double scale, Scratch &scratch) {
     const double filterScale = std::max(scale, 1.0);
     const double support = 3.0 * filterScale;
     const double centre = (index + 0.5) * scale;
     const int low = std::max(0, int(std::floor(centre - support + 0.5)));
     const int high = std::min(sourceSize, int(std::floor(centre + support + 0.5)));
 
-    Window window;
-    std::vector<double> exact;
+    std::vector<double> &exact = scratch.exact;
+    std::vector<std::int32_t> &weights = scratch.weights;
+    exact.clear();
+    weights.clear();
     double sum = 0.0;
     for (int x = low; x < high; ++x) {
         const double w = ResampleWeights::lanczos3((x + 0.5 - centre) / filterScale);
@@ -32,33 +37,31 @@ Window windowFor(int index, int sourceSize, double scale) {
     }
     if (exact.empty() || sum <= 0.0) {
         // Only reachable for a centre outside the source: the nearest edge pixel stands in.
-        window.first = std::clamp(int(centre), 0, sourceSize - 1);
-        window.weights = {ResampleWeights::one};
-        return window;
+        weights.push_back(ResampleWeights::one);
+        return std::clamp(int(centre), 0, sourceSize - 1);
     }
 
     // Quantise, then give the rounding remainder to the largest weight, so a flat area stays
     // exactly flat.
-    window.first = low;
     int total = 0;
     std::size_t largest = 0;
     for (std::size_t k = 0; k < exact.size(); ++k) {
         const int q = int(std::lround(exact[k] / sum * ResampleWeights::one));
-        window.weights.push_back(q);
+        weights.push_back(q);
         total += q;
         if (exact[k] > exact[largest])
             largest = k;
     }
-    window.weights[largest] += ResampleWeights::one - total;
+    weights[largest] += ResampleWeights::one - total;
 
     // Zero weights at the ends cost time and, on an aligned grid, are most of the window.
-    auto begin = std::find_if(window.weights.begin(), window.weights.end(),
-                              [](std::int32_t w) { return w != 0; });
-    window.first += int(begin - window.weights.begin());
-    window.weights.erase(window.weights.begin(), begin);
-    while (!window.weights.empty() && window.weights.back() == 0)
-        window.weights.pop_back();
-    return window;
+    const auto begin =
+        std::find_if(weights.begin(), weights.end(), [](std::int32_t w) { return w != 0; });
+    const int first = low + int(begin - weights.begin());
+    weights.erase(weights.begin(), begin);
+    while (!weights.empty() && weights.back() == 0)
+        weights.pop_back();
+    return first;
 }
 
 } // namespace
@@ -69,21 +72,26 @@ ResampleWeights::ResampleWeights(int sourceSize, int destinationSize, double sca
     if (sourceSize <= 0 || destinationSize <= 0 || !(scale > 0.0) || tapMultiple <= 0)
         return;
 
-    std::vector<Window> computed;
-    computed.reserve(std::size_t(destinationSize));
+    // Every window's weights end to end first: the longest one decides the table's width.
+    Scratch scratch;
+    std::vector<std::int32_t> computed;
+    std::vector<std::size_t> starts(std::size_t(destinationSize) + 1, 0);
+    m_first.resize(std::size_t(destinationSize));
     std::size_t longest = 1;
     for (int i = 0; i < destinationSize; ++i) {
-        computed.push_back(windowFor(i, sourceSize, scale));
-        longest = std::max(longest, computed.back().weights.size());
+        m_first[std::size_t(i)] = windowFor(i, sourceSize, scale, scratch);
+        computed.insert(computed.end(), scratch.weights.begin(), scratch.weights.end());
+        starts[std::size_t(i) + 1] = computed.size();
+        longest = std::max(longest, scratch.weights.size());
     }
     m_taps = int((longest + std::size_t(tapMultiple) - 1) / std::size_t(tapMultiple)) * tapMultiple;
 
-    m_first.resize(std::size_t(destinationSize));
     m_count.resize(std::size_t(destinationSize));
     m_weights.assign(std::size_t(destinationSize) * std::size_t(m_taps), 0);
     for (int i = 0; i < destinationSize; ++i) {
-        const Window &window = computed[std::size_t(i)];
-        int first = window.first;
+        const std::size_t begin = starts[std::size_t(i)];
+        const std::size_t length = starts[std::size_t(i) + 1] - begin;
+        int first = m_first[std::size_t(i)];
         int offset = 0;
         const bool uniform = windows == Windows::Uniform;
         if (uniform && first + m_taps > sourceSize) {
@@ -94,10 +102,10 @@ ResampleWeights::ResampleWeights(int sourceSize, int destinationSize, double sca
             first = slid;
         }
         m_first[std::size_t(i)] = first;
-        m_count[std::size_t(i)] = uniform ? m_taps : int(window.weights.size());
+        m_count[std::size_t(i)] = uniform ? m_taps : int(length);
         std::int16_t *out = m_weights.data() + std::size_t(i) * std::size_t(m_taps);
-        for (std::size_t k = 0; k < window.weights.size(); ++k)
-            out[std::size_t(offset) + k] = std::int16_t(window.weights[k]);
+        for (std::size_t k = 0; k < length; ++k)
+            out[std::size_t(offset) + k] = std::int16_t(computed[begin + k]);
     }
 }
 
