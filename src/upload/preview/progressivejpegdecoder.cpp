@@ -21,7 +21,6 @@ struct Decoding {
     jpeg_progress_mgr progress{};
     std::jmp_buf failed{};
     bool warned = false;
-    bool onlyJunkWarnings = true;
 };
 
 Decoding &decodingOf(j_common_ptr common) {
@@ -39,8 +38,11 @@ void noteMessage(j_common_ptr common, int level) {
         return; // traces
     Decoding &decoding = decodingOf(common);
     decoding.warned = true;
-    decoding.onlyJunkWarnings =
-        decoding.onlyJunkWarnings && common->err->msg_code == JWRN_EXTRANEOUS_DATA;
+    // Any warning but junk between markers means damaged or missing data, which gets no
+    // preview: stop there rather than decode the rest of a picture that a few hundred bytes
+    // claim is 85 megapixels.
+    if (common->err->msg_code != JWRN_EXTRANEOUS_DATA)
+        jumpOut(common);
 }
 
 void limitScans(j_common_ptr common) {
@@ -164,7 +166,7 @@ std::optional<JpegPlanes> ProgressiveJpegDecoder::decodePlanes(std::span<const s
     jpeg_destroy_decompress(&decoding.decompressor);
     const bool complete = jpeg.size() >= 2 && jpeg[jpeg.size() - 2] == 0xFF &&
                           jpeg[jpeg.size() - 1] == 0xD9;
-    if (!ok || (decoding.warned && !(decoding.onlyJunkWarnings && complete)))
+    if (!ok || (decoding.warned && !complete))
         return std::nullopt;
     return planes;
 }
