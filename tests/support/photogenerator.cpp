@@ -191,15 +191,17 @@ void PhotoGenerator::fillRow(int y, float *rgb) const {
     }
 }
 
+void PhotoGenerator::fillRow8(int y, uchar *rgb) const {
+    std::vector<float> row(std::size_t(m_size.width()) * 3);
+    fillRow(y, row.data());
+    for (std::size_t i = 0; i < row.size(); ++i)
+        rgb[i] = uchar(row[i] * 255.0f + 0.5f);
+}
+
 QImage PhotoGenerator::image8() const {
     QImage image(m_size, QImage::Format_RGB888);
-    std::vector<float> row(std::size_t(m_size.width()) * 3);
-    for (int y = 0; y < m_size.height(); ++y) {
-        fillRow(y, row.data());
-        uchar *out = image.scanLine(y);
-        for (std::size_t i = 0; i < row.size(); ++i)
-            out[i] = uchar(row[i] * 255.0f + 0.5f);
-    }
+    for (int y = 0; y < m_size.height(); ++y)
+        fillRow8(y, image.scanLine(y));
     return image;
 }
 

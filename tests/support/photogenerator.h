@@ -18,6 +18,8 @@ public:
     QSize size() const { return m_size; }
     // One row as floats in 0..1 (sRGB-encoded), three per pixel.
     void fillRow(int y, float *rgb) const;
+    // The same row as packed 8-bit RGB, as image8() holds it.
+    void fillRow8(int y, uchar *rgb) const;
     QImage image8() const;  // Format_RGB888
     QImage image16() const; // Format_RGBX64
 
