@@ -25,6 +25,14 @@ bool report(const QString &path, bool ok) {
     return ok;
 }
 
+// A raw-only DNG of a sensor's size, drawn a row at a time: no picture of that size is held.
+bool writeRawOnlyDng(const QString &path, QSize sensor, std::uint32_t seed) {
+    const PhotoGenerator scene(sensor, seed);
+    return RawDngWriter::write(
+        path, sensor, [&](int y, uchar *rgb) { scene.fillRow8(y, rgb); },
+        PhotoGenerator({256, 171}, seed).image8());
+}
+
 bool writeMemoryFixtures(const QDir &folder) {
     const auto at = [&](const char *name) { return folder.filePath(QString::fromLatin1(name)); };
     bool ok = true;
@@ -54,6 +62,11 @@ bool writeMemoryFixtures(const QDir &folder) {
     ok &= report(at("dng-jpeg-24mp.dng"),
                  RawDngWriter::write(at("dng-jpeg-24mp.dng"), photo24, photo24.scaled(256, 171),
                                      PhotoFiles::encodeJpeg(photo24, cameraQuality)));
+    // The sensors of 45-megapixel (8256 x 5504) and 61-megapixel (9504 x 6336) cameras.
+    ok &= report(at("dng-bayer-45mp.dng"),
+                 writeRawOnlyDng(at("dng-bayer-45mp.dng"), {8256, 5504}, 45));
+    ok &= report(at("dng-bayer-61mp.dng"),
+                 writeRawOnlyDng(at("dng-bayer-61mp.dng"), {9504, 6336}, 61));
     return ok;
 }
 

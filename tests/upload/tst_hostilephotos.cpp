@@ -35,6 +35,7 @@ private slots:
     void truncatedFilesGiveNoPreview_data();
     void truncatedFilesGiveNoPreview();
     void photosWithinTheLimitsStillGetPreviews();
+    void rawOnlyDngOfALargeSensorStaysUnderTheBound();
     void previewsLeaveProcessSettingsAlone();
     void progressivePhotosPreviewLikeBaselineOnes_data();
     void progressivePhotosPreviewLikeBaselineOnes();
@@ -135,6 +136,32 @@ void TestHostilePhotos::photosWithinTheLimitsStillGetPreviews() {
     wide.fill(QColor(30, 60, 90));
     QVERIFY(wide.save(path("wide.png"), "PNG", fastPng));
     QCOMPARE(previewOf(path("wide.png")).size(), QSize(2000, 666));
+}
+
+void TestHostilePhotos::rawOnlyDngOfALargeSensorStaysUnderTheBound() {
+    // A 61-megapixel sensor (9504 x 6336, 16-bit samples) with only a thumbnail: the preview is
+    // developed from the raw data, which alone takes 122 MB once unpacked.
+    const QSize sensor(9504, 6336);
+    const PhotoGenerator scene(sensor, 61);
+    const auto row = [&](int y, uchar *rgb) { scene.fillRow8(y, rgb); };
+    const QImage thumbnail = PhotoGenerator({256, 171}, 61).image8();
+    QVERIFY(RawDngWriter::write(path("sensor61.dng"), sensor, row, thumbnail));
+
+    const qint64 before = HostilePhotos::resident();
+    QVERIFY(HostilePhotos::resetResidentPeak());
+    const std::optional<QByteArray> preview =
+        ImageResizer::createPreview(QUrl::fromLocalFile(path("sensor61.dng")));
+    const qint64 growth = HostilePhotos::residentPeak() - before;
+    QFile::remove(path("sensor61.dng"));
+    QVERIFY(preview.has_value());
+    QVERIFY2(growth < previewMemoryBound,
+             qPrintable(QStringLiteral("peak grew by %1 MB").arg(growth >> 20)));
+    // And the picture is the sensor's, developed, not a dark or flat frame.
+    const QImage picture = PhotoFiles::decodeJpeg(*preview);
+    QCOMPARE(picture.size(), QSize(2000, 1333));
+    const double correlation =
+        PhotoReference::lumaCorrelation(picture, PhotoGenerator(picture.size(), 61).image8());
+    QVERIFY2(correlation > 0.95, qPrintable(QString::number(correlation)));
 }
 
 void TestHostilePhotos::previewsLeaveProcessSettingsAlone() {

@@ -4,6 +4,7 @@
 #include "jpegpreview.h"
 #include "previewgeometry.h"
 #include "previewrgbscaler.h"
+#include "rawhalfsizedeveloper.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -121,8 +122,20 @@ std::optional<QByteArray> RawPreview::renderDeveloped(QSize target) {
     params.gamm[1] = 12.92;
     // LibRaw fills what it cannot read with zeros and carries on; a cut-off or damaged raw gets
     // no preview rather than a half-black one.
-    if (m_raw->unpack() != LIBRAW_SUCCESS || m_raw->error_count() > 0 ||
-        m_raw->dcraw_process() != LIBRAW_SUCCESS)
+    if (m_raw->unpack() != LIBRAW_SUCCESS || m_raw->error_count() > 0)
+        return std::nullopt;
+    if (halfSize && RawHalfSizeDeveloper::supports(*m_raw)) {
+        // Bayer sensors, nearly every camera: developed row by row beside the raw data.
+        RawHalfSizeDeveloper developer(*m_raw);
+        PreviewRgbScaler scaler(developer.size(), target);
+        developer.develop([&](const std::uint8_t *row) { scaler.pushRow(row); });
+        m_raw->recycle();
+        std::optional<QByteArray> preview = scaler.encode();
+        if (preview)
+            m_source = Source::HalfSizeRaw;
+        return preview;
+    }
+    if (m_raw->dcraw_process() != LIBRAW_SUCCESS)
         return std::nullopt;
     int errorCode = 0;
     const std::unique_ptr<libraw_processed_image_t, ProcessedImageFree> image(
