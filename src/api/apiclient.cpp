@@ -137,7 +137,7 @@ QNetworkRequest APIClient::authorizedRequest(const QUrl &url) const
 
 QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByteArray verb,
                                                    QByteArray body, APIError::Case failureCase,
-                                                   bool yieldsUplink)
+                                                   Uplink uplink)
 {
     if (QThread::currentThread() != m_network->thread())
         qFatal("APIClient: requests must be sent from the thread that owns the client");
@@ -145,8 +145,9 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
     request.setAttribute(QNetworkRequest::ConnectionCacheExpiryTimeoutSecondsAttribute,
                          idleConnectionSeconds);
     auto *const once = new OneShotBody(std::move(body));
-    if (yieldsUplink)
+    if (uplink == Uplink::yields)
         once->yieldTo(&m_uplink);
+    const UplinkGate::Hold holding = uplink == Uplink::holds ? m_uplink.hold() : UplinkGate::Hold();
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->sendCustomRequest(request, verb, once),
         [](QNetworkReply *r) { r->deleteLater(); });
@@ -276,8 +277,11 @@ QCoro::Task<QString> APIClient::uploadToStorage(PresignResponse presign, QByteAr
     // The body holds its own copy; the caller's bytes need not live on through the upload.
     fileData = QByteArray();
 
-    QCoro::Task<HttpResult> pending = send(request, "POST", std::move(body), APIError::uploadFailed,
-                                           priority == QNetworkRequest::LowPriority);
+    const Uplink uplink = priority == QNetworkRequest::HighPriority ? Uplink::holds
+                          : priority == QNetworkRequest::LowPriority ? Uplink::yields
+                                                                      : Uplink::shares;
+    QCoro::Task<HttpResult> pending =
+        send(request, "POST", std::move(body), APIError::uploadFailed, uplink);
     const HttpResult result =
         co_await pending;
     if (!isSuccess2xx(result.status))

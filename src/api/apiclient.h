@@ -53,14 +53,12 @@ public:
     QCoro::Task<> registerAttachment(qint64 folderId, QString url, QString key, QString bucket,
                                      QNetworkRequest::Priority priority =
                                          QNetworkRequest::NormalPriority);
-    // Posts the file as a multipart form and completes with its public URL. An upload of low
-    // priority gives the uplink to higher ones: its body holds back while uplink() is held.
+    // Posts the file as a multipart form and completes with its public URL. The uplink goes to
+    // the high-priority uploads (the previews): while one of them is on its way, the body of a
+    // low-priority upload (an original) holds back, so that a preview never queues behind it.
     QCoro::Task<QString>
     uploadToStorage(PresignResponse presign, QByteArray fileData,
                     QNetworkRequest::Priority priority = QNetworkRequest::NormalPriority);
-
-    // Held by the preview lane while a preview is on its way to the service.
-    UplinkGate &uplink() { return m_uplink; }
 
     // 60 seconds unless a test needs to see a timeout sooner.
     void setRequestTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
@@ -76,10 +74,14 @@ private:
     QNetworkRequest authorizedRequest(const QUrl &url) const;
     QUrl endpoint(const QString &path) const;
 
+    // What a request does with the uplink: shares it, holds it for as long as it is on its
+    // way (its reply included), or yields its body's bytes to those that hold it.
+    enum class Uplink { shares, holds, yields };
+
     // Sends and waits; throws TransportError, or APIError(failureCase) when the reply is not
     // HTTP. The status test is the caller's: the endpoints disagree on it on purpose.
     QCoro::Task<HttpResult> send(QNetworkRequest request, QByteArray verb, QByteArray body,
-                                 APIError::Case failureCase, bool yieldsUplink = false);
+                                 APIError::Case failureCase, Uplink uplink = Uplink::shares);
 
     QString m_baseURL;
     QString m_defaultStorageHost;

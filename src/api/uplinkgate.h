@@ -10,7 +10,7 @@
 class UplinkGate : public QObject {
     Q_OBJECT
 public:
-    // Held from the start of a preview's first request to the end of its last one.
+    // Held by a preview's upload from the moment it is sent until its reply has come.
     class Hold {
     public:
         Hold() = default;

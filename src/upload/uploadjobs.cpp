@@ -58,9 +58,6 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
     const QString contentType = QStringLiteral("image/jpeg");
     std::optional<QString> failure;
     try {
-        // The uplink is the preview's from its first request to its last: an original on its
-        // way holds back meanwhile, so that the preview doesn't queue behind it on a slow link.
-        const UplinkGate::Hold uplink = context.api->uplink().hold();
         QCoro::Task<PresignResponse> authorising = context.api->presign(
             context.folderId, context.previewName, contentType, QNetworkRequest::HighPriority);
         const PresignResponse presign = co_await authorising;

@@ -294,6 +294,13 @@ bool DevService::releaseHeld() {
     return expect(call("POST", "/__admin/release"), 200, "releasing held calls");
 }
 
+int DevService::pendingFaults() {
+    const Reply reply = call("GET", "/__admin/faults");
+    if (!expect(reply, 200, "listing faults"))
+        return -1;
+    return static_cast<int>(QJsonDocument::fromJson(reply.body)["faults"].toArray().size());
+}
+
 QList<DevService::ReceivedRequest> DevService::requests(const QString &endpoint) {
     const Reply reply = call("GET", "/__admin/requests/" + endpoint);
     if (!expect(reply, 200, "listing requests"))

@@ -128,6 +128,8 @@ public:
     bool clearFaults();
     // Lets every call held so far go on.
     bool releaseHeld();
+    // How many planned faults no call has taken yet; -1 when devservice can't say.
+    int pendingFaults();
     QList<ReceivedRequest> requests(const QString &endpoint);
     // The bytes stored under `key`; nothing when there is no such object.
     std::optional<QByteArray> storedObject(const QString &key);
