@@ -6,6 +6,7 @@
 //   session_bench --make-photo FILE [--width W --height H]   writes a camera-like JPEG
 //   session_bench --photo FILE [--count 100] [--rate 10]     the latency run
 //   session_bench --photo FILE --count N --interval 2-10     photos at random intervals (seconds)
+//   session_bench --photo FILE --count 20 --rate 1 --link-mbit 20   on a shaped loopback of 20 Mbit/s
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
 #include "apiclient.h"
 #include "devservicefixture.h"
@@ -37,6 +38,22 @@
 #include <thread>
 
 namespace {
+
+// Bytes sent so far through this network namespace's loopback, headers and acknowledgements
+// included: what the shaped link carried. Nothing where the system does not say.
+std::optional<qint64> loopbackBytesSent()
+{
+    QFile devices(QStringLiteral("/proc/net/dev"));
+    if (!devices.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    for (const QByteArray &line : devices.readAll().split('\n')) {
+        const QList<QByteArray> fields = QByteArray(line).replace(':', ' ').simplified().split(' ');
+        // lo: receive bytes, packets, errs, drop, fifo, frame, compressed, multicast; then sent bytes
+        if (fields.size() > 9 && fields[0] == "lo")
+            return fields[9].toLongLong();
+    }
+    return std::nullopt;
+}
 
 double cpuSeconds()
 {
@@ -146,7 +163,7 @@ std::vector<qint64> cameraSchedule(int count, int rate, std::optional<std::pair<
 }
 
 int latencyRun(const QString &photoPath, int count, int rate,
-               std::optional<std::pair<double, double>> interval)
+               std::optional<std::pair<double, double>> interval, std::optional<double> linkMbit)
 {
     printReferencePreview(photoPath);
     QFile source(photoPath);
@@ -185,10 +202,18 @@ int latencyRun(const QString &photoPath, int count, int rate,
     // photo has been written and nothing has moved for half a minute.
     UploadManager *manager = session.model->uploadManager();
     qint64 allStoredAt = 0;
+    qint64 firstStoredAt = 0;
+    std::optional<qint64> linkBytesAtFirst;
+    std::optional<qint64> linkBytesAtLast;
     qint64 lastMove = QDateTime::currentMSecsSinceEpoch();
     qint64 seen = -1;
     QObject::connect(manager, &UploadManager::fullResUploadedChanged, manager, [&] {
         allStoredAt = QDateTime::currentMSecsSinceEpoch();
+        linkBytesAtLast = loopbackBytesSent();
+        if (manager->fullResUploaded() == 1) {
+            firstStoredAt = allStoredAt;
+            linkBytesAtFirst = linkBytesAtLast;
+        }
     });
     waitUntil([&] {
         const qint64 moved = manager->uploadedCount() + manager->fullResUploaded();
@@ -241,6 +266,20 @@ int latencyRun(const QString &photoPath, int count, int rate,
                     "%.1f s: %.2f Mbit/s\n",
                     manager->fullResUploaded(), double(photo.size()) / 1e6, originalSeconds,
                     originalMegabits / originalSeconds);
+    // While the originals follow each other, from the first stored to the last: the bytes of
+    // the originals stored in that time over its length, and how busy the link was meanwhile
+    // (everything it carried, previews, headers and acknowledgements included).
+    if (manager->fullResUploaded() >= 2) {
+        const double seconds = double(allStoredAt - firstStoredAt) / 1000.0;
+        const double megabits = double(photo.size()) * double(manager->fullResUploaded() - 1) * 8.0 / 1e6;
+        std::printf("originals, first stored to last stored: %lld in %.1f s: %.2f Mbit/s",
+                    manager->fullResUploaded() - 1, seconds, megabits / seconds);
+        if (linkMbit && linkBytesAtFirst && linkBytesAtLast)
+            std::printf(" = %.1f %% of the link; link busy %.1f %% of that time",
+                        100.0 * megabits / seconds / *linkMbit,
+                        100.0 * double(*linkBytesAtLast - *linkBytesAtFirst) * 8.0 / 1e6 / seconds / *linkMbit);
+        std::printf("\n");
+    }
     if (const std::optional<QByteArray> preview = ImageResizer::createPreview(QUrl::fromLocalFile(photoPath)))
         std::printf("each preview: %.2f MB\n", double(preview->size()) / 1e6);
     // A clean run authorises each photo twice (preview and original); more means a request met
@@ -288,8 +327,9 @@ int main(int argc, char **argv)
     const QCommandLineOption countOption(QStringLiteral("count"), QStringLiteral("Photos"), QStringLiteral("n"), QStringLiteral("100"));
     const QCommandLineOption rateOption(QStringLiteral("rate"), QStringLiteral("Photos per second"), QStringLiteral("n"), QStringLiteral("10"));
     const QCommandLineOption intervalOption(QStringLiteral("interval"), QStringLiteral("Seconds between photos, at random between two bounds"), QStringLiteral("min-max"));
+    const QCommandLineOption linkOption(QStringLiteral("link-mbit"), QStringLiteral("The shaped loopback's rate, for the link's figures"), QStringLiteral("Mbit/s"));
     const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("Idle seconds"), QStringLiteral("s"), QStringLiteral("30"));
-    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, countOption, rateOption, intervalOption, secondsOption});
+    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, countOption, rateOption, intervalOption, linkOption, secondsOption});
     parser.process(app);
     if (parser.isSet(makePhotoOption))
         return makePhoto(parser.value(makePhotoOption), parser.value(widthOption).toInt(), parser.value(heightOption).toInt());
@@ -301,8 +341,11 @@ int main(int argc, char **argv)
                 parser.showHelp(2);
             interval = std::pair(bounds[0].toDouble(), bounds[1].toDouble());
         }
+        std::optional<double> linkMbit;
+        if (parser.isSet(linkOption))
+            linkMbit = parser.value(linkOption).toDouble();
         return latencyRun(parser.value(photoOption), parser.value(countOption).toInt(),
-                          parser.value(rateOption).toInt(), interval);
+                          parser.value(rateOption).toInt(), interval, linkMbit);
     }
     if (parser.isSet(idleOption))
         return idleRun(parser.value(idleOption).toInt(), parser.value(secondsOption).toInt());
