@@ -187,12 +187,15 @@ private Q_SLOTS:
 
     void transportFailureOfAPreviewIsReported()
     {
-        QVERIFY(m_service.injectFault(DevService::Fault::withDrop(QStringLiteral("presign"), 3)));
+        const qsizetype sentBefore = m_service.requests(QStringLiteral("presign")).size();
+        QVERIFY(m_service.injectFault(DevService::Fault::withDrop(QStringLiteral("presign"))));
         UploadManager manager(m_folderId);
         manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("IMG_0003.JPG"), m_jpeg)));
         QTRY_VERIFY_WITH_TIMEOUT(manager.error().has_value(), 20000);
         QVERIFY(manager.error()->startsWith(QStringLiteral("Error: ")));
         QVERIFY(manager.error()->size() > 7);
+        // The preview's authorisation went out once: the lost connection was not tried again.
+        QCOMPARE(m_service.requests(QStringLiteral("presign")).size(), sentBefore + 1);
     }
 
     void originalIsRetriedOnceAfterFiveSeconds()
