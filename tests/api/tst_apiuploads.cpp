@@ -293,15 +293,17 @@ private Q_SLOTS:
     }
 
     // While a high-priority upload (a preview) is on its way, until its reply has come, a
-    // low-priority upload (an original) holds back its body: the store takes the preview only
-    // after some seconds, ample time for two megabytes on loopback, and the original is still
-    // not stored when the preview's reply comes; it goes on once the preview is through.
+    // low-priority upload (an original) holds back its body: the store keeps the preview
+    // waiting for seconds, and in the first two of them, ample time for two megabytes on
+    // loopback, the original is not stored. It goes on once the preview is through. (Checked
+    // while the preview is surely unanswered: once its reply has come, the original may be
+    // through before the test looks.)
     void lowPriorityUploadHoldsBackWhileAPreviewIsOnItsWay()
     {
         const std::optional<PresignResponse> original = presignNow();
         const std::optional<PresignResponse> preview = presignNow();
         QVERIFY(original && preview);
-        QVERIFY(m_service.injectFault(DevService::Fault::withDelay(QStringLiteral("upload"), 3000)));
+        QVERIFY(m_service.injectFault(DevService::Fault::withDelay(QStringLiteral("upload"), 8000)));
         QCoro::Task<QString> storingPreview =
             m_api->uploadToStorage(*preview, "preview", QNetworkRequest::HighPriority);
         // The preview has reached the store, which lets it wait.
@@ -309,8 +311,9 @@ private Q_SLOTS:
         const QByteArray originalBytes(2 * 1024 * 1024, 'o');
         QCoro::Task<QString> storingOriginal =
             m_api->uploadToStorage(*original, originalBytes, QNetworkRequest::LowPriority);
+        QVERIFY(!QTest::qWaitFor([&] { return m_service.storedObject(original->key).has_value(); }, 2000));
+        QVERIFY(!storingPreview.isReady());
         QVERIFY(awaitOutcome(std::move(storingPreview)).value);
-        QCOMPARE(m_service.storedObject(original->key), std::nullopt);
         QVERIFY(awaitOutcome(std::move(storingOriginal)).value);
         QCOMPARE(m_service.storedObject(original->key), std::optional(originalBytes));
     }
