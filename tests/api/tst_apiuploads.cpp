@@ -10,10 +10,18 @@
 #include "transporterror.h"
 
 #include <QDateTime>
+#include <QEventLoop>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QScopeGuard>
+#include <QSemaphore>
 #include <QTest>
+#include <QThreadPool>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
 
 namespace {
 // The layout of a form upload, written out independently of the client's builder.
@@ -29,6 +37,24 @@ QByteArray expectedBody(const QMap<QString, QString> &fields, const QByteArray &
             "Content-Type: image/jpeg\r\n\r\n" +
             file + "\r\n--" + boundary + "--\r\n";
     return body;
+}
+
+// Runs the event loop until done() holds or the limit has passed. Unlike QTest::qWaitFor, which
+// sleeps between its turns, it wakes for every event: an upload body is handed to the network
+// stack's thread a chunk per event, and would crawl through a sleeping loop.
+bool runEventsUntil(const std::function<bool()> &done, std::chrono::milliseconds limit)
+{
+    QEventLoop loop;
+    QTimer check;
+    check.setInterval(5);
+    QObject::connect(&check, &QTimer::timeout, &loop, [&] {
+        if (done())
+            loop.quit();
+    });
+    QTimer::singleShot(limit, &loop, &QEventLoop::quit);
+    check.start();
+    loop.exec();
+    return done();
 }
 
 QByteArray boundaryOf(const DevService::ReceivedRequest &request)
@@ -266,6 +292,40 @@ private Q_SLOTS:
         QVERIFY(*stored == file);
     }
 
+    // An original's form body, a copy of tens of megabytes, is put together on a pool thread,
+    // not on the thread that runs the panel: while every pool thread is taken, the upload waits
+    // for one, and the main thread goes on serving other requests meanwhile.
+    void largeBodyIsBuiltOffTheMainThread()
+    {
+        const std::optional<PresignResponse> presign = presignNow();
+        QVERIFY(presign);
+        QThreadPool *const pool = QThreadPool::globalInstance();
+        const int threads = pool->maxThreadCount();
+        // Shared with the blocking tasks, which may still be waking when the test has returned.
+        const auto started = std::make_shared<QSemaphore>();
+        const auto released = std::make_shared<QSemaphore>();
+        auto releasing = qScopeGuard([&] { released->release(threads); });
+        for (int i = 0; i < threads; ++i)
+            pool->start([started, released] {
+                started->release();
+                released->acquire();
+            });
+        started->acquire(threads);
+        const QByteArray file(8 * 1024 * 1024, 'f');
+        QCoro::Task<QString> storing =
+            m_api->uploadToStorage(*presign, file, QNetworkRequest::LowPriority);
+        QVERIFY(presignNow());
+        // Some forty times what eight megabytes take on loopback, had the body been built here.
+        const bool storedMeanwhile =
+            runEventsUntil([&] { return storing.isReady(); }, std::chrono::seconds(2));
+        QVERIFY(m_service.requests(QStringLiteral("upload")).isEmpty());
+        QVERIFY(!storedMeanwhile);
+        released->release(threads);
+        releasing.dismiss();
+        QVERIFY(awaitOutcome(std::move(storing)).value);
+        QCOMPARE(m_service.storedObject(presign->key), std::optional(file));
+    }
+
     // An upload address that parses but cannot be posted to fails that one upload with the
     // network stack's own error; nothing stops, nothing reaches the store, and the next upload
     // goes ahead.
@@ -311,7 +371,8 @@ private Q_SLOTS:
         const QByteArray originalBytes(2 * 1024 * 1024, 'o');
         QCoro::Task<QString> storingOriginal =
             m_api->uploadToStorage(*original, originalBytes, QNetworkRequest::LowPriority);
-        QVERIFY(!QTest::qWaitFor([&] { return m_service.storedObject(original->key).has_value(); }, 2000));
+        QVERIFY(!runEventsUntil([&] { return m_service.storedObject(original->key).has_value(); },
+                                std::chrono::seconds(2)));
         QVERIFY(!storingPreview.isReady());
         QVERIFY(awaitOutcome(std::move(storingPreview)).value);
         QVERIFY(awaitOutcome(std::move(storingOriginal)).value);
