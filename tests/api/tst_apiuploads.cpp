@@ -4,6 +4,7 @@
 #include "apierror.h"
 #include "decodingerror.h"
 #include "devservicefixture.h"
+#include "heldthreadpool.h"
 #include "multipartformbody.h"
 #include "scopedpreferences.h"
 #include "taskoutcome.h"
@@ -14,14 +15,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
-#include <QScopeGuard>
-#include <QSemaphore>
 #include <QTest>
-#include <QThreadPool>
 #include <QTimer>
 
 #include <functional>
-#include <memory>
 
 namespace {
 // The layout of a form upload, written out independently of the client's builder.
@@ -299,18 +296,7 @@ private Q_SLOTS:
     {
         const std::optional<PresignResponse> presign = presignNow();
         QVERIFY(presign);
-        QThreadPool *const pool = QThreadPool::globalInstance();
-        const int threads = pool->maxThreadCount();
-        // Shared with the blocking tasks, which may still be waking when the test has returned.
-        const auto started = std::make_shared<QSemaphore>();
-        const auto released = std::make_shared<QSemaphore>();
-        auto releasing = qScopeGuard([&] { released->release(threads); });
-        for (int i = 0; i < threads; ++i)
-            pool->start([started, released] {
-                started->release();
-                released->acquire();
-            });
-        started->acquire(threads);
+        HeldThreadPool pool;
         const QByteArray file(8 * 1024 * 1024, 'f');
         QCoro::Task<QString> storing =
             m_api->uploadToStorage(*presign, file, QNetworkRequest::LowPriority);
@@ -320,8 +306,7 @@ private Q_SLOTS:
             runEventsUntil([&] { return storing.isReady(); }, std::chrono::seconds(2));
         QVERIFY(m_service.requests(QStringLiteral("upload")).isEmpty());
         QVERIFY(!storedMeanwhile);
-        released->release(threads);
-        releasing.dismiss();
+        pool.release();
         QVERIFY(awaitOutcome(std::move(storing)).value);
         QCOMPARE(m_service.storedObject(presign->key), std::optional(file));
     }

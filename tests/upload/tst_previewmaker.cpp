@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Previews made before a photo is handed over: used only for the file exactly as it was read,
 // never more than two decodes at once, and early work kept within bounds.
+#include "heldthreadpool.h"
 #include "imageresizer.h"
 #include "photofiles.h"
 #include "photogenerator.h"
@@ -128,8 +129,10 @@ private Q_SLOTS:
     {
         const QUrl file = write(QStringLiteral("IMG_0002.JPG"), photo(2, QSize(4000, 3000)));
         letSettle();
+        HeldThreadPool pool;
         m_maker->prepare(file);
         QVERIFY(!m_maker->hasEarlyPreview(file)); // still decoding
+        pool.release();
         const Preview preview = make(file);
         QCOMPARE(m_maker->reusedCount(), 1);
         QCOMPARE(m_maker->peakDecodes(), 1); // the job did not decode a second time
@@ -266,6 +269,7 @@ private Q_SLOTS:
         QCOMPARE(ready, 0); // ended without waiting for the event loop
         const QUrl file = write(QStringLiteral("IMG_0300.JPG"), photo(300));
         letSettle();
+        HeldThreadPool pool;
         m_maker->prepare(file); // decoding, not waiting
         ready = -1;
         countWhenCaughtUp(m_maker, {file}, &ready);
@@ -274,10 +278,12 @@ private Q_SLOTS:
 
     void caughtUpWaitsUntilEveryDecodeHasStarted()
     {
+        HeldThreadPool pool;
         const QList<QUrl> files = prepareSettled(4, 310); // two decoding, two waiting
         int ready = -1;
         countWhenCaughtUp(m_maker, files, &ready);
         QCOMPARE(ready, -1);
+        pool.release();
         QVERIFY(QTest::qWaitFor([&] { return ready >= 0; }, 30000));
         // The waiting two could only start once the first two were done.
         QVERIFY2(ready >= 2, qPrintable(QString::number(ready)));
@@ -291,21 +297,27 @@ private Q_SLOTS:
         for (int seed = 330; seed < 344; ++seed)
             files << write(QStringLiteral("IMG_%1.JPG").arg(seed), photo(std::uint32_t(seed)));
         letSettle();
+        HeldThreadPool pool;
         for (const QUrl &file : files.first(4))
             m_maker->prepare(file); // two decoding, two waiting
         int ready = -1;
         countWhenCaughtUp(m_maker, files, &ready);
         for (const QUrl &file : files.sliced(4))
             m_maker->prepare(file); // and more keep coming
+        QCOMPARE(ready, -1);
+        pool.release();
         QVERIFY(QTest::qWaitFor([&] { return ready >= 0; }, 60000));
         QVERIFY2(ready >= 2 && ready <= 4, qPrintable(QString::number(ready)));
     }
 
+    // Let through at once, while the two decodes under way are still held back.
     void caughtUpEndsWhenEarlyWorkIsDropped()
     {
-        const QList<QUrl> files = prepareSettled(4, 320);
+        HeldThreadPool pool;
+        const QList<QUrl> files = prepareSettled(4, 320); // two decoding, two waiting
         int ready = -1;
         countWhenCaughtUp(m_maker, files, &ready);
+        QCOMPARE(ready, -1);
         m_maker->dropEarlyWork();
         QVERIFY(QTest::qWaitFor([&] { return ready >= 0; }, 30000));
         QCOMPARE(ready, 0); // the dropped ones never ran, the running ones were let go
