@@ -290,7 +290,10 @@ private Q_SLOTS:
     }
 
     // Photos that keep coming don't hold back for ever what waits on caughtUp(): it is let
-    // through once as many decodes have finished as were waiting when it was asked.
+    // through once as many decodes have finished as were waiting when it was asked. How many
+    // more finish before it runs again depends on the machine (a decode that is done before it
+    // is awaited finishes within the call that started it); a rule that waited for the queue to
+    // run dry would let it through only once the last photo had started, with twelve made.
     void caughtUpWaitsForTheDecodesWaitingThenOnly()
     {
         QList<QUrl> files;
@@ -307,7 +310,7 @@ private Q_SLOTS:
         QCOMPARE(ready, -1);
         pool.release();
         QVERIFY(QTest::qWaitFor([&] { return ready >= 0; }, 60000));
-        QVERIFY2(ready >= 2 && ready <= 4, qPrintable(QString::number(ready)));
+        QVERIFY2(ready >= 2 && ready < files.size() - 2, qPrintable(QString::number(ready)));
     }
 
     // Let through at once, while the two decodes under way are still held back.
