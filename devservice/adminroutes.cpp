@@ -3,6 +3,9 @@
 
 #include "faultplan.h"
 #include "httpreplies.h"
+#include "jsonchecks.h"
+#include "options.h"
+#include "outage.h"
 #include "requestlog.h"
 #include "servicecontext.h"
 #include "servicestate.h"
@@ -87,7 +90,8 @@ std::optional<qint64> integerMember(const QJsonObject &object, const QString &na
 } // namespace
 
 AdminRoutes::AdminRoutes(ServiceContext &context)
-    : m_context(context) {}
+    : m_context(context)
+    , m_outage(context) {}
 
 void AdminRoutes::install(httplib::Server &server) {
     using Request = httplib::Request;
@@ -101,6 +105,8 @@ void AdminRoutes::install(httplib::Server &server) {
     server.Get("/__admin/sessions", [this](const Request &, Response &res) { sessions(res); });
     server.Post("/__admin/next-folder-id",
                 [this](const Request &req, Response &res) { setNextFolderId(req, res); });
+    server.Post("/__admin/presign-lifetime",
+                [this](const Request &req, Response &res) { setPresignLifetime(req, res); });
     server.Post("/__admin/faults",
                 [this](const Request &req, Response &res) { addFault(req, res); });
     server.Get("/__admin/faults", [this](const Request &, Response &res) { listFaults(res); });
@@ -114,12 +120,14 @@ void AdminRoutes::install(httplib::Server &server) {
         m_context.faults.clear();
         listFaults(res);
     });
+    m_outage.install(server);
 }
 
 void AdminRoutes::reset(httplib::Response &response) {
     m_context.state.reset();
     m_context.log.clear();
     m_context.faults.clear();
+    m_context.outage.reset();
     HttpReplies::json(response, 200, QJsonObject{{"reset", true}});
 }
 
@@ -189,6 +197,21 @@ void AdminRoutes::setNextFolderId(const httplib::Request &request, httplib::Resp
         return HttpReplies::problem(response, 400, "folder_id must be a 64-bit integer");
     m_context.state.setNextFolderId(*folderId);
     HttpReplies::json(response, 200, QJsonObject{{"next_folder_id", *folderId}});
+}
+
+void AdminRoutes::setPresignLifetime(const httplib::Request &request, httplib::Response &response) {
+    const std::optional<QJsonObject> body = objectBody(request, response);
+    if (!body)
+        return;
+    const std::optional<qint64> ms = JsonChecks::wholeNumber(body->value("ms"));
+    if (!JsonChecks::hasExactlyMembers(*body, {"ms"}) || !ms || *ms < 1 ||
+        *ms > Options::longestPresignLifetime.count())
+        return HttpReplies::problem(response, 400,
+                                    "the body must be {\"ms\": 1 to " +
+                                        std::to_string(Options::longestPresignLifetime.count()) +
+                                        "}");
+    m_context.state.setPresignLifetime(std::chrono::milliseconds(*ms));
+    HttpReplies::json(response, 200, QJsonObject{{"ms", *ms}});
 }
 
 void AdminRoutes::addFault(const httplib::Request &request, httplib::Response &response) {

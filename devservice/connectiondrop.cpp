@@ -90,6 +90,24 @@ bool resetConnection(const httplib::Request &request) {
     return replaced;
 }
 
+int takeConnection(const httplib::Request &request) {
+    const int fd = socketOf(request);
+    if (fd < 0)
+        return -1;
+    const int kept = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (kept < 0)
+        return -1;
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const bool replaced = nothing >= 0 && dup2(nothing, fd) == fd;
+    if (nothing >= 0)
+        close(nothing);
+    if (!replaced) {
+        close(kept);
+        return -1;
+    }
+    return kept;
+}
+
 bool answerRawAndClose(const httplib::Request &request, std::string_view bytes) {
     const int fd = socketOf(request);
     if (fd < 0)

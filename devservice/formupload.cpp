@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "formupload.h"
 
+#include "presignedpost.h"
+
 #include <algorithm>
 
 namespace {
@@ -10,8 +12,10 @@ constexpr std::size_t longestField = 64 * 1024;
 
 } // namespace
 
-FormUpload::FormUpload(ServiceState &state, std::optional<std::string> boundary)
+FormUpload::FormUpload(ServiceState &state, std::optional<std::string> boundary,
+                       QDateTime arrivedAt)
     : m_state(state)
+    , m_arrivedAt(std::move(arrivedAt))
     , m_reader(boundary.value_or(""),
                {[this](const MultipartReader::Part &part) { begin(part); },
                 [this](std::string_view bytes) { content(bytes); }, [this] { end(); }}) {
@@ -99,6 +103,8 @@ void FormUpload::beginFile() {
         return refuse("AccessDenied", "no upload was presigned for the key \"" + key->second + '"');
     if (auto refusal = checkFieldsAgainst(*m_grant))
         return refuse(refusal->code, refusal->message);
+    if (policyExpiredOnArrival())
+        return refuse("AccessDenied", "Invalid according to Policy: Policy expired.");
 
     m_scratch = m_state.scratchFile("object");
     m_file.open(m_scratch, std::ios::binary | std::ios::trunc);
@@ -131,6 +137,17 @@ std::optional<StorageRefusal> FormUpload::checkFieldsAgainst(const UploadGrant &
                                   "Invalid according to Policy: Extra input fields: " + name};
     }
     return std::nullopt;
+}
+
+// Judged once the form's fields have matched the grant, so that the policy read here is the
+// one presign handed out. As S3 does, the policy's own expiration is what counts.
+bool FormUpload::policyExpiredOnArrival() const {
+    const auto policy =
+        std::ranges::find_if(m_fields, [](const auto &f) { return f.first == "policy"; });
+    if (policy == m_fields.end())
+        return false;
+    const std::optional<QDateTime> expiration = PresignedPost::expirationOf(policy->second);
+    return !expiration || m_arrivedAt > *expiration;
 }
 
 void FormUpload::refuse(std::string code, std::string message) {

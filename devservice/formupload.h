@@ -5,6 +5,7 @@
 #include "requestlog.h"
 #include "servicestate.h"
 
+#include <QDateTime>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -19,11 +20,13 @@ struct StorageRefusal {
 
 // One presigned browser-form upload on its way in. The form must give back every field that
 // presign handed out, exactly once and exactly as handed out, and nothing else; then the file,
-// named "file", as the last part. The file goes to disk as it arrives, so size is no concern.
+// named "file", as the last part; and its policy must not have expired by the time the upload
+// arrived. The file goes to disk as it arrives, so size is no concern.
 class FormUpload {
 public:
     // `boundary` is nothing when the Content-Type wasn't multipart/form-data with a boundary.
-    FormUpload(ServiceState &state, std::optional<std::string> boundary);
+    // `arrivedAt` is when the request's head came in, the moment its policy is judged at.
+    FormUpload(ServiceState &state, std::optional<std::string> boundary, QDateTime arrivedAt);
     ~FormUpload();
     FormUpload(const FormUpload &) = delete;
     FormUpload &operator=(const FormUpload &) = delete;
@@ -38,11 +41,13 @@ private:
     void end();
     void beginFile();
     std::optional<StorageRefusal> checkFieldsAgainst(const UploadGrant &grant) const;
+    bool policyExpiredOnArrival() const;
     void refuse(std::string code, std::string message);
 
     enum class Current { nothing, field, file };
 
     ServiceState &m_state;
+    const QDateTime m_arrivedAt;
     MultipartReader m_reader;
     std::optional<StorageRefusal> m_refusal;
     Current m_current = Current::nothing;

@@ -39,3 +39,17 @@ std::optional<Refusal> JsonChecks::exactStringMembers(const QJsonObject &object,
     }
     return std::nullopt;
 }
+
+std::optional<qint64> JsonChecks::wholeNumber(const QJsonValue &value) {
+    if (!value.isDouble() || value.toVariant().typeId() != QMetaType::LongLong)
+        return std::nullopt;
+    return value.toInteger();
+}
+
+bool JsonChecks::hasExactlyMembers(const QJsonObject &object,
+                                   std::initializer_list<const char *> names) {
+    if (object.size() != static_cast<qsizetype>(names.size()))
+        return false;
+    return std::ranges::all_of(
+        names, [&](const char *name) { return object.contains(QLatin1String(name)); });
+}

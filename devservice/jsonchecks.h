@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QJsonValue>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -26,5 +27,11 @@ std::variant<QJsonObject, Refusal> objectBody(std::string_view contentType, std:
 std::optional<Refusal> exactStringMembers(const QJsonObject &object,
                                           std::initializer_list<const char *> names,
                                           const std::string &where = "body");
+
+// A JSON number without a fraction that fits 64 bits; nothing for anything else, "12" included.
+std::optional<qint64> wholeNumber(const QJsonValue &value);
+
+// True when `object` has these members and no other.
+bool hasExactlyMembers(const QJsonObject &object, std::initializer_list<const char *> names);
 
 } // namespace JsonChecks

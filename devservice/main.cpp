@@ -3,6 +3,7 @@
 #include "faultplan.h"
 #include "galleryroutes.h"
 #include "options.h"
+#include "outage.h"
 #include "requestlog.h"
 #include "servicecontext.h"
 #include "serviceroutes.h"
@@ -29,8 +30,15 @@ constexpr std::size_t workerThreads = 48;
 constexpr std::size_t otherOriginWorkerThreads = 8;
 constexpr std::size_t workerStackBytes = 32 * 1024 * 1024;
 
-// `arrivals`, when given, records every request before it is routed, whatever its path.
+bool isAdminCall(const httplib::Request &request) {
+    return request.path.starts_with("/__admin/");
+}
+
+// `arrivals`, when given, records every request before it is routed, whatever its path. An
+// outage takes every call before anything else sees it, but those of the admin API where it
+// is served (`servesAdmin`).
 std::unique_ptr<httplib::Server> makeServer(const Options &options, std::size_t threads,
+                                            Outage &outage, bool servesAdmin,
                                             RequestLog *arrivals) {
     std::unique_ptr<httplib::Server> server;
     if (options.tls())
@@ -51,8 +59,22 @@ std::unique_ptr<httplib::Server> makeServer(const Options &options, std::size_t 
     // httplib compresses every JSON reply with brotli at its slowest setting, milliseconds of
     // CPU for a few dozen bytes, on the machine the client under test runs on. Replies go out
     // as they are: the header is dropped before any handler sees, or records, the request.
+    const auto outageTakes = [&outage, servesAdmin](const httplib::Request &request,
+                                                    httplib::Response &response) {
+        if ((servesAdmin && isAdminCall(request)) || !outage.take(request))
+            return false;
+        response.status = 503; // written into nothing: the connection is gone already
+        return true;
+    };
+    // httplib answers "100 Continue" before routing; a service that is down must not.
+    server->set_expect_100_continue_handler(
+        [outageTakes](const httplib::Request &request, httplib::Response &response) {
+            return outageTakes(request, response) ? 503 : 100;
+        });
     server->set_pre_routing_handler(
-        [arrivals](const httplib::Request &request, httplib::Response &) {
+        [arrivals, outageTakes](const httplib::Request &request, httplib::Response &response) {
+            if (outageTakes(request, response))
+                return httplib::Server::HandlerResponse::Handled;
             const_cast<httplib::Request &>(request).headers.erase("Accept-Encoding");
             if (arrivals)
                 arrivals->addAtOtherOrigin(ReceivedRequest::from(request));
@@ -100,11 +122,13 @@ int main(int argc, char **argv) {
     }
 
     RequestLog log;
-    const std::unique_ptr<httplib::Server> server = makeServer(*options, workerThreads, nullptr);
+    Outage outage;
+    const std::unique_ptr<httplib::Server> server =
+        makeServer(*options, workerThreads, outage, true, nullptr);
     // The same service and object store on another port: another origin, as a second host or
     // a proxy in front of the service would be, for the tests of where a client sends what.
     const std::unique_ptr<httplib::Server> otherServer =
-        makeServer(*options, otherOriginWorkerThreads, &log);
+        makeServer(*options, otherOriginWorkerThreads, outage, false, &log);
     if (!server->is_valid() || !otherServer->is_valid()) {
         std::fprintf(stderr, "devservice: the TLS certificate or key can't be used\n");
         return 1;
@@ -123,11 +147,12 @@ int main(int argc, char **argv) {
     }
 
     const std::string authority = options->host + ':' + std::to_string(port);
-    ServiceState state(dataDir);
+    ServiceState state(dataDir, options->presignLifetime);
     FaultPlan faults;
     ServiceContext context{state,
                            log,
                            faults,
+                           outage,
                            originOf(*options, port),
                            originOf(*options, otherPort),
                            options->publicHost.empty() ? authority : options->publicHost};
@@ -152,6 +177,7 @@ int main(int argc, char **argv) {
         int signal = 0;
         sigwait(&stopSignals, &signal);
         faults.interruptWaits();
+        outage.stop();
         // A signal that comes before listening has begun would find nothing to stop.
         while (!finished || !otherFinished) {
             server->stop();

@@ -34,7 +34,11 @@ std::optional<Options> Options::parse(int argc, char **argv) {
     const QCommandLineOption publicHost(
         "public-host", "Host that presign replies name for public file URLs; default HOST:PORT.",
         "HOST");
-    parser.addOptions({port, host, dataDir, tlsCert, tlsKey, publicHost});
+    const QCommandLineOption presignLifetime(
+        "presign-lifetime-ms",
+        "How long an upload's presigned policy is good for, in milliseconds; default one hour.",
+        "N", "3600000");
+    parser.addOptions({port, host, dataDir, tlsCert, tlsKey, publicHost, presignLifetime});
     const QCommandLineOption help = parser.addHelpOption();
 
     if (!parser.parse(arguments))
@@ -56,6 +60,11 @@ std::optional<Options> Options::parse(int argc, char **argv) {
     options.tlsCertificate = parser.value(tlsCert).toStdString();
     options.tlsKey = parser.value(tlsKey).toStdString();
     options.publicHost = parser.value(publicHost).toStdString();
+    const qint64 lifetime = parser.value(presignLifetime).toLongLong(&numeric);
+    if (!numeric || lifetime < 1 || lifetime > longestPresignLifetime.count())
+        return refuse(parser, QStringLiteral("--presign-lifetime-ms needs a number from 1 to %1")
+                                  .arg(longestPresignLifetime.count()));
+    options.presignLifetime = std::chrono::milliseconds(lifetime);
     if (options.tlsCertificate.empty() != options.tlsKey.empty())
         return refuse(parser, "--tls-cert and --tls-key go together");
     return options;

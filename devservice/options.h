@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,10 @@ struct Options {
     std::string tlsCertificate;
     std::string tlsKey;
     std::string publicHost;
+    std::chrono::milliseconds presignLifetime{3600000};
+
+    // The longest presign lifetime there is: what S3 allows a presigned request.
+    static constexpr std::chrono::milliseconds longestPresignLifetime{7LL * 24 * 3600 * 1000};
 
     bool tls() const { return !tlsCertificate.empty(); }
 

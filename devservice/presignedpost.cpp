@@ -20,7 +20,7 @@ QString fromView(std::string_view text) {
 } // namespace
 
 NameValueList PresignedPost::fields(std::string_view key, std::string_view contentType,
-                                    const QDateTime &now) {
+                                    const QDateTime &now, std::chrono::milliseconds lifetime) {
     const QDateTime utc = now.toUTC();
     const std::string date = utc.toString("yyyyMMdd'T'HHmmss'Z'").toStdString();
     const std::string credential = std::string(accessKey) + '/' +
@@ -37,7 +37,7 @@ NameValueList PresignedPost::fields(std::string_view key, std::string_view conte
         QJsonObject{{"x-amz-date", fromView(date)}},
     };
     const QJsonObject policyDocument{
-        {"expiration", utc.addSecs(3600).toString(Qt::ISODateWithMs)},
+        {"expiration", utc.addMSecs(lifetime.count()).toString(Qt::ISODateWithMs)},
         {"conditions", conditions},
     };
     const QByteArray policy =
@@ -54,4 +54,15 @@ NameValueList PresignedPost::fields(std::string_view key, std::string_view conte
         {"x-amz-date", date},
         {"x-amz-signature", signature.toStdString()},
     };
+}
+
+std::optional<QDateTime> PresignedPost::expirationOf(std::string_view policy) {
+    const QByteArray decoded =
+        QByteArray::fromBase64(QByteArray(policy.data(), static_cast<qsizetype>(policy.size())),
+                               QByteArray::AbortOnBase64DecodingErrors);
+    const QJsonValue expiration = QJsonDocument::fromJson(decoded)["expiration"];
+    const QDateTime time = QDateTime::fromString(expiration.toString(), Qt::ISODateWithMs);
+    if (!time.isValid())
+        return std::nullopt;
+    return time;
 }

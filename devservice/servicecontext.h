@@ -4,6 +4,7 @@
 #include <string>
 
 class FaultPlan;
+class Outage;
 class RequestLog;
 class ServiceState;
 
@@ -12,6 +13,7 @@ struct ServiceContext {
     ServiceState &state;
     RequestLog &log;
     FaultPlan &faults;
+    Outage &outage;
     std::string origin;      // "http://127.0.0.1:PORT", or https: where clients reach us
     std::string otherOrigin; // the second listener's, on another port: another origin
     std::string publicHost;  // what presign names as the host of public file addresses

@@ -51,9 +51,11 @@ std::string now() {
 
 } // namespace
 
-ServiceState::ServiceState(std::filesystem::path dataDir)
+ServiceState::ServiceState(std::filesystem::path dataDir, std::chrono::milliseconds presignLifetime)
     : m_dataDir(std::move(dataDir))
-    , m_nextFolderId(firstFolderId) {
+    , m_firstPresignLifetime(presignLifetime)
+    , m_nextFolderId(firstFolderId)
+    , m_presignLifetime(presignLifetime) {
     prepareDirectories();
 }
 
@@ -135,7 +137,8 @@ std::optional<UploadGrant> ServiceState::grantUpload(qint64 folderId, std::strin
     grant.folderId = folderId;
     grant.key = "live/" + std::to_string(folderId) + '/' + randomText(16, lowerAlphanumerics) +
                 '/' + std::string(filename);
-    grant.fields = PresignedPost::fields(grant.key, contentType, QDateTime::currentDateTimeUtc());
+    grant.fields = PresignedPost::fields(grant.key, contentType, QDateTime::currentDateTimeUtc(),
+                                         m_presignLifetime);
     m_grants.insert_or_assign(grant.key, grant);
     return grant;
 }
@@ -146,6 +149,11 @@ std::optional<UploadGrant> ServiceState::grantFor(std::string_view key) const {
     if (found == m_grants.end())
         return std::nullopt;
     return found->second;
+}
+
+void ServiceState::setPresignLifetime(std::chrono::milliseconds lifetime) {
+    const std::lock_guard lock(m_mutex);
+    m_presignLifetime = lifetime;
 }
 
 std::filesystem::path ServiceState::scratchFile(std::string_view purpose) {
@@ -203,6 +211,7 @@ void ServiceState::reset() {
     m_sessions.clear();
     m_folderBySlug.clear();
     m_nextFolderId = firstFolderId;
+    m_presignLifetime = m_firstPresignLifetime;
     m_grants.clear();
     m_objects.clear();
     std::error_code ignored;

@@ -5,6 +5,7 @@
 
 #include <QtGlobal>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -57,7 +58,9 @@ public:
         alreadyRegistered
     };
 
-    explicit ServiceState(std::filesystem::path dataDir);
+    // `presignLifetime` is how long presigned policies are good for, until a test changes it;
+    // reset() comes back to it.
+    ServiceState(std::filesystem::path dataDir, std::chrono::milliseconds presignLifetime);
 
     std::string issueToken();
     bool knowsToken(std::string_view token) const;
@@ -73,7 +76,7 @@ public:
     std::optional<UploadGrant> grantUpload(qint64 folderId, std::string_view filename,
                                            std::string_view contentType);
     std::optional<UploadGrant> grantFor(std::string_view key) const;
-
+    void setPresignLifetime(std::chrono::milliseconds lifetime);
     // A fresh path under the data folder for bytes still arriving.
     std::filesystem::path scratchFile(std::string_view purpose);
     // Moves the scratch file into the store under `key`, replacing an earlier object.
@@ -82,7 +85,8 @@ public:
 
     Registration registerFile(qint64 folderId, RegisteredFile file);
 
-    // Back to a fresh start: no tokens, sessions, grants or objects.
+    // Back to a fresh start: no tokens, sessions, grants or objects, and the first presign
+    // lifetime.
     void reset();
 
 private:
@@ -91,6 +95,7 @@ private:
     void prepareDirectories();
 
     const std::filesystem::path m_dataDir;
+    const std::chrono::milliseconds m_firstPresignLifetime;
     std::atomic<std::uint64_t> m_scratchCounter{0};
 
     mutable std::mutex m_mutex;
@@ -98,6 +103,7 @@ private:
     std::map<qint64, LiveSessionRecord> m_sessions;
     std::map<std::string, qint64, std::less<>> m_folderBySlug;
     qint64 m_nextFolderId;
+    std::chrono::milliseconds m_presignLifetime;
     std::map<std::string, UploadGrant, std::less<>> m_grants;
     std::map<std::string, StoredObject, std::less<>> m_objects;
 };

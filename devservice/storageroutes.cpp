@@ -7,6 +7,7 @@
 #include "servicecontext.h"
 #include "servicestate.h"
 
+#include <QDateTime>
 #include <cctype>
 #include <fstream>
 #include <httplib.h>
@@ -62,6 +63,9 @@ void StorageRoutes::install(httplib::Server &server) {
 
 void StorageRoutes::upload(const httplib::Request &request, httplib::Response &response,
                            const httplib::ContentReader &reader) {
+    // The policy's expiration is judged at the moment the request came in, before a fault's
+    // delay and however long its body takes.
+    const QDateTime arrivedAt = QDateTime::currentDateTimeUtc();
     ReceivedRequest received = ReceivedRequest::from(request);
     const std::optional<Fault> fault = m_gate.nextFault(Endpoint::upload);
     if (fault && fault->kind == Fault::Kind::drop) {
@@ -76,7 +80,7 @@ void StorageRoutes::upload(const httplib::Request &request, httplib::Response &r
     // Without the header it hands over the body as it is.
     const_cast<httplib::Request &>(request).headers.erase("Content-Type");
 
-    FormUpload upload(m_context.state, MultipartReader::boundaryOf(contentType));
+    FormUpload upload(m_context.state, MultipartReader::boundaryOf(contentType), arrivedAt);
     received.bodyFile = m_context.state.scratchFile("body");
     std::ofstream raw(received.bodyFile, std::ios::binary | std::ios::trunc);
     const bool complete = reader([&](const char *data, std::size_t length) {

@@ -144,7 +144,8 @@ DevService::~DevService() {
     }
 }
 
-bool DevService::start(Transport transport, const QString &publicHost) {
+bool DevService::start(Transport transport, const QString &publicHost,
+                       const QStringList &extraArguments) {
     QStringList arguments{"--host", "127.0.0.1", "--port", "0"};
     if (transport == Transport::https) {
         if (!makeCertificate())
@@ -154,6 +155,7 @@ bool DevService::start(Transport transport, const QString &publicHost) {
     }
     if (!publicHost.isEmpty())
         arguments << "--public-host" << publicHost;
+    arguments << extraArguments;
 
     m_process = std::make_unique<QProcess>();
     m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -292,6 +294,31 @@ bool DevService::clearFaults() {
 
 bool DevService::releaseHeld() {
     return expect(call("POST", "/__admin/release"), 200, "releasing held calls");
+}
+
+bool DevService::startOutage(OutageMode mode, int durationMs) {
+    const QJsonObject body{{"mode", mode == OutageMode::refuse ? "refuse" : "hang"},
+                           {"duration_ms", durationMs}};
+    return expect(call("POST", "/__admin/outage", QJsonDocument(body).toJson()), 201,
+                  "starting an outage");
+}
+
+bool DevService::endOutage() {
+    return expect(call("DELETE", "/__admin/outage"), 200, "ending the outage");
+}
+
+DevService::OutageCounts DevService::outage() {
+    const Reply reply = call("GET", "/__admin/outage");
+    if (!expect(reply, 200, "asking about the outage"))
+        return {};
+    const QJsonDocument status = QJsonDocument::fromJson(reply.body);
+    return {status["active"].toBool(), status["refused"].toInt(), status["hung"].toInt()};
+}
+
+bool DevService::setPresignLifetime(int ms) {
+    const QJsonObject body{{"ms", ms}};
+    return expect(call("POST", "/__admin/presign-lifetime", QJsonDocument(body).toJson()), 200,
+                  "setting the presign lifetime");
 }
 
 int DevService::pendingFaults() {

@@ -8,6 +8,7 @@
 #include <QPair>
 #include <QSslCertificate>
 #include <QString>
+#include <QStringList>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -92,6 +93,20 @@ public:
         bool hasHeader(QByteArrayView name) const;
     };
 
+    // How an outage takes the calls to the service and its object store (both origins, every
+    // path but the admin API's), before anything else sees them: none is recorded or done.
+    enum class OutageMode {
+        refuse, // the connection is reset as soon as the request's head is in: no reply byte
+        hang,   // held without a reply until the outage ends, then closed without one
+    };
+
+    // The outage under way, and how many calls outages took since the last reset.
+    struct OutageCounts {
+        bool active = false;
+        int refused = 0;
+        int hung = 0;
+    };
+
     struct RegisteredFile {
         QString url;
         QString key;
@@ -107,7 +122,9 @@ public:
 
     // Starts devservice and waits for its port; false, with errorString(), when it can't.
     // `publicHost` is the "host" that presign replies name; by default "127.0.0.1:PORT".
-    bool start(Transport transport = Transport::http, const QString &publicHost = {});
+    // `extraArguments` go on its command line after the fixture's own (see its README.md).
+    bool start(Transport transport = Transport::http, const QString &publicHost = {},
+               const QStringList &extraArguments = {});
     QString errorString() const;
 
     // "http://127.0.0.1:PORT" (https in HTTPS mode), no trailing slash.
@@ -121,13 +138,23 @@ public:
     //     QSslConfiguration::setDefaultConfiguration(config);
     QSslCertificate certificate() const;
 
-    // Forgets tokens, sessions, uploads, objects, received requests and planned faults.
+    // Forgets tokens, sessions, uploads, objects, received requests and planned faults, ends
+    // any outage and zeroes its counts, and restores the presign lifetime of the command line.
     bool reset();
     bool injectFault(const Fault &fault);
     // Clears the planned faults; calls still held are released.
     bool clearFaults();
     // Lets every call held so far go on.
     bool releaseHeld();
+    // An outage from now for `durationMs` (0 to a day), in place of any under way; the calls
+    // that one holds stay held until this one ends. The admin API answers throughout.
+    bool startOutage(OutageMode mode, int durationMs);
+    // Ends it at once; held calls are closed without a reply.
+    bool endOutage();
+    OutageCounts outage();
+    // How long the policies of presigns from now on are good for (1 ms to 7 days); an upload
+    // that arrives after its policy's expiration is refused with 403 "Policy expired.".
+    bool setPresignLifetime(int ms);
     // How many planned faults no call has taken yet; -1 when devservice can't say.
     int pendingFaults();
     QList<ReceivedRequest> requests(const QString &endpoint);
