@@ -56,9 +56,6 @@ std::unique_ptr<httplib::Server> makeServer(const Options &options, std::size_t 
     server->set_read_timeout(30);
     server->set_write_timeout(30);
     server->set_payload_max_length(std::size_t{4} << 30);
-    // httplib compresses every JSON reply with brotli at its slowest setting, milliseconds of
-    // CPU for a few dozen bytes, on the machine the client under test runs on. Replies go out
-    // as they are: the header is dropped before any handler sees, or records, the request.
     const auto outageTakes = [&outage, servesAdmin](const httplib::Request &request,
                                                     httplib::Response &response) {
         if ((servesAdmin && isAdminCall(request)) || !outage.take(request))
@@ -71,6 +68,9 @@ std::unique_ptr<httplib::Server> makeServer(const Options &options, std::size_t 
         [outageTakes](const httplib::Request &request, httplib::Response &response) {
             return outageTakes(request, response) ? 503 : 100;
         });
+    // httplib compresses every JSON reply with brotli at its slowest setting, milliseconds of
+    // CPU for a few dozen bytes, on the machine the client under test runs on. Replies go out
+    // as they are: the header is dropped before any handler sees, or records, the request.
     server->set_pre_routing_handler(
         [arrivals, outageTakes](const httplib::Request &request, httplib::Response &response) {
             if (outageTakes(request, response))

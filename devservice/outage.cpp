@@ -81,6 +81,9 @@ bool Outage::take(const httplib::Request &request) {
         if (!activeLocked(Clock::now()))
             return false;
         mode = *m_mode;
+        // Counted before the client can see anything of it: a count read once a client has
+        // seen its connection end includes that call.
+        ++(mode == Mode::refuse ? m_refused : m_hung);
     }
     // The connection is looked for outside the lock: that walks every descriptor there is.
     if (mode == Mode::refuse) {
@@ -88,23 +91,20 @@ bool Outage::take(const httplib::Request &request) {
         // the socket can't be made to reset.
         if (!resetConnection(request))
             dropConnection(request);
-        const std::lock_guard lock(m_mutex);
-        ++m_refused;
         return true;
     }
     const int connection = takeConnection(request);
-    if (connection < 0)
+    if (connection < 0) {
         dropConnection(request);
-    const std::lock_guard lock(m_mutex);
-    ++m_hung;
-    if (connection >= 0) {
-        // An outage that ended while the connection was being looked for has closed the
-        // others it held; this one goes the same way.
-        if (activeLocked(Clock::now()))
-            m_held.push_back(connection);
-        else
-            close(connection);
+        return true;
     }
+    const std::lock_guard lock(m_mutex);
+    // An outage that ended while the connection was being looked for has closed the others it
+    // held; this one goes the same way.
+    if (activeLocked(Clock::now()))
+        m_held.push_back(connection);
+    else
+        close(connection);
     return true;
 }
 
