@@ -47,7 +47,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
   "qml6-module-qtquick, qml6-module-qtquick-controls, qml6-module-qtquick-layouts, \
 qml6-module-qtquick-window, qml6-module-qtquick-templates, qml6-module-qtqml-workerscript, \
-qt6-qpa-plugins, qt6-translations-l10n")
+qt6-qpa-plugins, qt6-translations-l10n, libqt6sql6-sqlite")
 # Qt's Wayland plugin, and the desktops' own folder dialogs (GTK, and the portal that sandboxed
 # and KDE desktops offer), which Qt uses where they are there.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS

@@ -105,10 +105,15 @@ APIClient::APIClient(QString baseURL, QString defaultStorageHost)
     : m_baseURL(std::move(baseURL))
     , m_defaultStorageHost(std::move(defaultStorageHost))
     , m_network(new QNetworkAccessManager)
+    , m_probes(new QNetworkAccessManager)
 {
 }
 
-APIClient::~APIClient() { delete m_network; }
+APIClient::~APIClient()
+{
+    delete m_probes;
+    delete m_network;
+}
 
 QUrl APIClient::endpoint(const QString &path) const { return parsedOrFatal(m_baseURL + path); }
 
@@ -137,7 +142,26 @@ QNetworkRequest APIClient::authorizedRequest(const QUrl &url) const
 
 QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByteArray verb,
                                                    QByteArray body, APIError::Case failureCase,
-                                                   Uplink uplink)
+                                                   Uplink uplink, Resend resend)
+{
+    bool unanswered = false;
+    try {
+        QCoro::Task<HttpResult> first =
+            sendOnce(request, verb, body, failureCase, uplink, unanswered);
+        co_return co_await first;
+    } catch (const TransportError &) {
+        if (resend == Resend::never || !unanswered)
+            throw;
+    }
+    QCoro::Task<HttpResult> second = sendOnce(std::move(request), std::move(verb),
+                                              std::move(body), failureCase, uplink, unanswered);
+    co_return co_await second;
+}
+
+QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, QByteArray verb,
+                                                       QByteArray body,
+                                                       APIError::Case failureCase,
+                                                       Uplink uplink, bool &unanswered)
 {
     if (QThread::currentThread() != m_network->thread())
         qFatal("APIClient: requests must be sent from the thread that owns the client");
@@ -152,6 +176,7 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
         m_network->sendCustomRequest(request, verb, once),
         [](QNetworkReply *r) { r->deleteLater(); });
     once->setParent(reply.get());
+    m_replies.watch(reply.get());
     co_await reply.get();
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
@@ -162,13 +187,31 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     const bool wholeReply =
         status.isValid() && (!length.isValid() || replyBody.size() >= length.toLongLong());
-    if (once->resendRefused() && !wholeReply)
+    if (once->resendRefused() && !wholeReply) {
+        unanswered = !status.isValid() && replyBody.isEmpty();
         throw connectionClosedBeforeReply();
+    }
     if (isTransportFailure(reply->error()) || (!status.isValid() && reply->error()))
         throw TransportError(reply->error(), reply->errorString());
     if (!status.isValid())
         throw APIError(failureCase);
     co_return HttpResult{status.toInt(), std::move(replyBody)};
+}
+
+QCoro::Task<bool> APIClient::probe(std::chrono::milliseconds timeout)
+{
+    QNetworkRequest request(endpoint(QStringLiteral("/")));
+    request.setTransferTimeout(static_cast<int>(timeout.count()));
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
+                         QNetworkRequest::AlwaysNetwork);
+    // A probe's connection is not kept: the next one must prove a fresh connection works.
+    request.setRawHeader("Connection", "close");
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        m_probes->head(request), [](QNetworkReply *r) { r->deleteLater(); });
+    co_await reply.get();
+    co_return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
 }
 
 QCoro::Task<QString> APIClient::authenticate(QString email, QString password)
@@ -229,7 +272,8 @@ QCoro::Task<PresignResponse> APIClient::presign(qint64 folderId, QString filenam
 
     QNetworkRequest request = authorizedRequest(url);
     request.setPriority(priority);
-    QCoro::Task<HttpResult> pending = send(request, "GET", {}, APIError::presignFailed);
+    QCoro::Task<HttpResult> pending = send(request, "GET", {}, APIError::presignFailed,
+                                           Uplink::shares, Resend::whenUnanswered);
     const HttpResult result = co_await pending;
     if (result.status != 200)
         throw APIError(APIError::presignFailed, result.status);
@@ -281,7 +325,8 @@ QCoro::Task<QString> APIClient::uploadToStorage(PresignResponse presign, QByteAr
                           : priority == QNetworkRequest::LowPriority ? Uplink::yields
                                                                       : Uplink::shares;
     QCoro::Task<HttpResult> pending =
-        send(request, "POST", std::move(body), APIError::uploadFailed, uplink);
+        send(request, "POST", std::move(body), APIError::uploadFailed, uplink,
+             Resend::whenUnanswered);
     const HttpResult result =
         co_await pending;
     if (!isSuccess2xx(result.status))

@@ -4,6 +4,7 @@
 #include "apierror.h"
 #include "presignresponse.h"
 #include "sessionresponse.h"
+#include "replywatch.h"
 #include "uplinkgate.h"
 
 #include <QCoroTask>
@@ -63,6 +64,12 @@ public:
     // 60 seconds unless a test needs to see a timeout sooner.
     void setRequestTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
 
+    // Whether the service answers at all right now: a request on a connection of its own, so
+    // it never waits behind a dead one. Any HTTP reply counts; nothing on the service changes.
+    QCoro::Task<bool> probe(std::chrono::milliseconds timeout);
+    // The replies under way, and how long they have gone without a byte moving.
+    ReplyWatch &replies() { return m_replies; }
+
 private:
     enum class Authorization { none, bearer };
     struct HttpResult {
@@ -78,14 +85,24 @@ private:
     // way (its reply included), or yields its body's bytes to those that hold it.
     enum class Uplink { shares, holds, yields };
 
+    // Whether a request may go out a second time, at once, when the connection it went out on
+    // closed before a single byte of its reply: only those that do the same thing however
+    // often they arrive (a presign, an upload to a presigned key), as browsers resend them.
+    enum class Resend { never, whenUnanswered };
+
     // Sends and waits; throws TransportError, or APIError(failureCase) when the reply is not
     // HTTP. The status test is the caller's: the endpoints disagree on it on purpose.
     QCoro::Task<HttpResult> send(QNetworkRequest request, QByteArray verb, QByteArray body,
-                                 APIError::Case failureCase, Uplink uplink = Uplink::shares);
+                                 APIError::Case failureCase, Uplink uplink = Uplink::shares,
+                                 Resend resend = Resend::never);
+    QCoro::Task<HttpResult> sendOnce(QNetworkRequest request, QByteArray verb, QByteArray body,
+                                     APIError::Case failureCase, Uplink uplink, bool &unanswered);
 
     QString m_baseURL;
     QString m_defaultStorageHost;
     std::chrono::milliseconds m_timeout{std::chrono::seconds(60)};
     QNetworkAccessManager *m_network;
+    QNetworkAccessManager *m_probes; // connections of their own, never shared with requests
     UplinkGate m_uplink;
+    ReplyWatch m_replies;
 };

@@ -54,3 +54,10 @@ void Preferences::setString(const QString &key, const QString &value)
     settings.setValue(key, value);
     settings.sync();
 }
+
+void Preferences::remove(const QString &key)
+{
+    QSettings settings(organisation, application);
+    settings.remove(key);
+    settings.sync();
+}

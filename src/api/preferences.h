@@ -17,4 +17,5 @@ public:
 
     static std::optional<QString> string(const QString &key);
     static void setString(const QString &key, const QString &value);
+    static void remove(const QString &key);
 };

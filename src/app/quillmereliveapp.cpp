@@ -5,6 +5,7 @@
 #include "passwordfieldaccessible.h"
 #include "progressaccessible.h"
 #include "qttexts.h"
+#include "quitconfirmation.h"
 #include "statusitem.h"
 #include "trayhostwatch.h"
 #include "traypanel.h"
@@ -46,6 +47,13 @@ bool QuillmereLiveApp::start() {
         return false;
     ProgressAccessible::install();
 
+    // The quit row and the tray's menu alike: at once when nothing is owed, otherwise after
+    // asking; the session is left open on the service either way.
+    m_quit = std::make_unique<QuitConfirmation>(m_viewModel, &QuitConfirmation::askWithMessageBox);
+    connect(m_quit.get(), &QuitConfirmation::quitConfirmed, qApp, &QCoreApplication::quit,
+            Qt::QueuedConnection);
+    connect(window, SIGNAL(quitRequested()), m_quit.get(), SLOT(request()));
+
     m_windowStatus = std::make_unique<WindowStatus>(m_viewModel, window);
     m_trayWatch = std::make_unique<TrayHostWatch>();
     m_panel = std::make_unique<TrayPanel>(window, m_trayWatch->available()
@@ -78,9 +86,8 @@ void QuillmereLiveApp::useTray(bool available) {
     connect(m_statusItem.get(), &StatusItem::clicked, m_panel.get(), &TrayPanel::toggle);
     connect(m_statusItem.get(), &StatusItem::openRequested, m_panel.get(),
             &TrayPanel::showUnder);
-    // As the quit row: at once, with nothing asked and the session left open on the service.
-    connect(m_statusItem.get(), &StatusItem::quitRequested, qApp, &QCoreApplication::quit,
-            Qt::QueuedConnection);
+    connect(m_statusItem.get(), &StatusItem::quitRequested, m_quit.get(),
+            &QuitConfirmation::request, Qt::QueuedConnection);
 }
 
 std::optional<QUrl> QuillmereLiveApp::chooseFolder(const QString &prompt) {

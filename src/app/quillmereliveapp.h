@@ -7,6 +7,7 @@
 #include <memory>
 
 class QQmlApplicationEngine;
+class QuitConfirmation;
 class QQuickWindow;
 class StatusItem;
 class TestTrace;
@@ -40,6 +41,7 @@ private:
     std::unique_ptr<WindowStatus> m_windowStatus;
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<TrayHostWatch> m_trayWatch;
+    std::unique_ptr<QuitConfirmation> m_quit;
 #if QUILLMERE_TEST_SWITCHES
     std::unique_ptr<TestTrace> m_trace;
 #endif

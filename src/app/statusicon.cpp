@@ -19,14 +19,15 @@ constexpr qreal ringShare = 0.08;
 // Draws the picture at exactly the size asked for, so every tray gets a sharp square.
 class StatusIconEngine : public QIconEngine {
 public:
-    StatusIconEngine(bool recording, const QColor &ink)
+    StatusIconEngine(bool recording, const QColor &ink, bool waiting)
         : m_recording(recording)
-        , m_ink(ink) {}
+        , m_ink(ink)
+        , m_waiting(waiting) {}
 
     void paint(QPainter *painter, const QRect &rect, QIcon::Mode, QIcon::State) override {
         const qreal ratio = painter->device() ? painter->device()->devicePixelRatioF() : 1.0;
         const int side = std::min(rect.width(), rect.height());
-        QImage picture = StatusIcon::image(m_recording, m_ink, int(std::lround(side * ratio)));
+        QImage picture = StatusIcon::image(m_recording, m_ink, int(std::lround(side * ratio)), m_waiting);
         picture.setDevicePixelRatio(ratio);
         const QPointF corner(rect.x() + (rect.width() - side) / 2.0,
                              rect.y() + (rect.height() - side) / 2.0);
@@ -40,7 +41,7 @@ public:
 
     QPixmap pixmap(const QSize &size, QIcon::Mode mode, QIcon::State state) override {
         return QPixmap::fromImage(
-            StatusIcon::image(m_recording, m_ink, actualSize(size, mode, state).width()));
+            StatusIcon::image(m_recording, m_ink, actualSize(size, mode, state).width(), m_waiting));
     }
 
     // `size` is already in device pixels here; `scale` only says how many there are to a
@@ -60,18 +61,25 @@ public:
         return sizes;
     }
 
-    QIconEngine *clone() const override { return new StatusIconEngine(m_recording, m_ink); }
+    QIconEngine *clone() const override {
+        return new StatusIconEngine(m_recording, m_ink, m_waiting);
+    }
     QString key() const override { return QStringLiteral("QuillmereStatusIcon"); }
 
 private:
     const bool m_recording;
     const QColor m_ink;
+    const bool m_waiting;
 };
 
 } // namespace
 
 QColor StatusIcon::dotColor() {
     return QColor(0xFF, 0x3B, 0x30);
+}
+
+QColor StatusIcon::waitingDotColor() {
+    return QColor(0xFF, 0x95, 0x00);
 }
 
 QRectF StatusIcon::dotRect(int pixels) {
@@ -84,11 +92,11 @@ QRectF StatusIcon::ringRect(int pixels) {
     return dotRect(pixels).adjusted(-ring, -ring, ring, ring);
 }
 
-QImage StatusIcon::image(bool recording, const QColor &ink, int pixels) {
+QImage StatusIcon::image(bool recording, const QColor &ink, int pixels, bool waiting) {
     if (pixels <= 0)
         return {};
     QImage image = GlyphImage::render(QStringLiteral("camera.fill"), QSize(pixels, pixels), ink);
-    if (!recording)
+    if (!recording && !waiting)
         return image;
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
@@ -97,13 +105,13 @@ QImage StatusIcon::image(bool recording, const QColor &ink, int pixels) {
     painter.setBrush(Qt::black);
     painter.drawEllipse(ringRect(pixels));
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    painter.setBrush(dotColor());
+    painter.setBrush(waiting ? waitingDotColor() : dotColor());
     painter.drawEllipse(dotRect(pixels));
     return image;
 }
 
-QIcon StatusIcon::icon(bool recording, const QColor &ink, bool templateImage) {
-    QIcon icon(new StatusIconEngine(recording, ink));
-    icon.setIsMask(templateImage && !recording);
+QIcon StatusIcon::icon(bool recording, const QColor &ink, bool templateImage, bool waiting) {
+    QIcon icon(new StatusIconEngine(recording, ink, waiting));
+    icon.setIsMask(templateImage && !recording && !waiting);
     return icon;
 }

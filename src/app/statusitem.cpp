@@ -18,13 +18,13 @@ bool isMacOS() {
 StatusItem::StatusItem(SessionViewModel &viewModel, QObject *parent)
     : QObject(parent)
     , m_viewModel(viewModel) {
-    m_tray.setToolTip(QStringLiteral("Quillmere Live"));
     connect(m_menu.addAction(QStringLiteral("Abrir")), &QAction::triggered, this,
             [this] { Q_EMIT openRequested(m_tray.geometry()); });
     connect(m_menu.addAction(QStringLiteral("Salir")), &QAction::triggered, this,
             &StatusItem::quitRequested);
     m_tray.setContextMenu(&m_menu);
     connect(&viewModel, &SessionViewModel::stateChanged, this, [this] { refresh(false); });
+    connect(&viewModel, &SessionViewModel::deliveriesChanged, this, [this] { refresh(false); });
     connect(&m_tray, &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
                 if (reason == QSystemTrayIcon::Trigger)
@@ -46,9 +46,14 @@ bool StatusItem::eventFilter(QObject *watched, QEvent *event) {
 
 void StatusItem::refresh(bool force) {
     const bool recording = m_viewModel.state() == AppState::recording;
-    if (!force && recording == m_showsRecording)
+    const QVariant waiting = m_viewModel.deliveryNotice();
+    m_tray.setToolTip(waiting.isValid()
+                          ? QStringLiteral("Quillmere Live — ") + waiting.toString()
+                          : QStringLiteral("Quillmere Live"));
+    if (!force && recording == m_showsRecording && waiting.isValid() == m_showsWaiting)
         return;
     m_showsRecording = recording;
+    m_showsWaiting = waiting.isValid();
     const QColor ink = QGuiApplication::palette().color(QPalette::WindowText);
-    m_tray.setIcon(StatusIcon::icon(recording, ink, isMacOS()));
+    m_tray.setIcon(StatusIcon::icon(recording, ink, isMacOS(), m_showsWaiting));
 }

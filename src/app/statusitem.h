@@ -8,7 +8,8 @@
 
 class SessionViewModel;
 
-// The tray icon: the camera, with the red dot while the controller records. A paused recording
+// The tray icon: the camera, with the red dot while the controller records, an orange one while
+// photos wait to be delivered (its tooltip says how many and why). A paused recording
 // keeps its dot; the pause shows only inside the panel. A click toggles the panel; the context
 // menu (right click, and the only way in on trays that open a menu for every click) opens it or
 // ends the program.
@@ -38,4 +39,5 @@ private:
     QMenu m_menu; // before the icon that shows it, so it outlives it
     QSystemTrayIcon m_tray;
     bool m_showsRecording = false;
+    bool m_showsWaiting = false;
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "testtrace.h"
 
+#include "deliveryqueue.h"
 #include "sessionviewmodel.h"
 #include "uploadmanager.h"
 
@@ -12,6 +13,7 @@
 #include <QWindow>
 #include <cstdio>
 #include <functional>
+#include <utility>
 #include <unistd.h>
 
 bool TestTrace::enabled() {
@@ -32,6 +34,12 @@ TestTrace::TestTrace(SessionViewModel &viewModel, QWindow *panel, QObject *paren
     connect(&viewModel, &SessionViewModel::uploadManagerChanged, this,
             [this] { follow(m_viewModel.uploadManager()); });
     connect(qGuiApp, &QGuiApplication::focusObjectChanged, this, &TestTrace::reportFocus);
+    // How many photos are still owed (not wholly delivered), each time it changes.
+    connect(&viewModel, &SessionViewModel::deliveriesChanged, this, [this] {
+        const int owed = m_viewModel.deliveries().unfinishedCount();
+        if (std::exchange(m_lastOwed, owed) != owed)
+            say(QStringLiteral("owed %1").arg(owed));
+    });
     m_screen.setViewModel(&viewModel);
     follow(viewModel.uploadManager());
 }

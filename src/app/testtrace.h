@@ -48,4 +48,5 @@ private:
     QPointer<UploadManager> m_manager;
     QMetaObject::Connection m_counter;
     qint64 m_lastCount = -1;
+    int m_lastOwed = 0;
 };

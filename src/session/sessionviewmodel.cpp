@@ -2,6 +2,7 @@
 #include "sessionviewmodel.h"
 
 #include "apiclient.h"
+#include "deliveryqueue.h"
 #include "folderwatcher.h"
 #include "preferences.h"
 #include "requestfailure.h"
@@ -20,7 +21,14 @@ SessionViewModel::SessionViewModel(QObject *parent)
     : QObject(parent)
     , m_email(Preferences::string(Preferences::savedEmailKey).value_or(QString()))
     , m_api(APIClient::shared())
+    , m_deliveries(std::make_unique<DeliveryQueue>())
 {
+    connect(m_deliveries.get(), &DeliveryQueue::changed, this,
+            &SessionViewModel::deliveriesChanged);
+    connect(m_deliveries.get(), &DeliveryQueue::signInRequired, this,
+            &SessionViewModel::signInExpired);
+    // What an earlier run could not deliver goes now, into its own session.
+    m_deliveries->resumeOwed();
 }
 
 SessionViewModel::~SessionViewModel() = default;
@@ -39,6 +47,8 @@ void SessionViewModel::setSession(const LiveSession &session)
         return;
     m_session = session;
     Q_EMIT sessionChanged();
+    // What the session still owes depends on which session it is.
+    Q_EMIT deliveriesChanged();
 }
 
 void SessionViewModel::setClientName(const QString &clientName)
@@ -98,6 +108,38 @@ void SessionViewModel::setUploadManager(std::unique_ptr<UploadManager> manager)
     previous.reset();
 }
 
+QVariant SessionViewModel::deliveryNotice() const { return m_deliveries->notice(); }
+QVariant SessionViewModel::refusedNotice() const { return m_deliveries->refusedNotice(); }
+int SessionViewModel::waitingCount() const { return m_deliveries->waitingCount(); }
+QString SessionViewModel::deliveryReason() const { return m_deliveries->reasonText(); }
+
+int SessionViewModel::originalsOwed() const
+{
+    return m_session.folderId ? m_deliveries->unfinishedCount(*m_session.folderId) : 0;
+}
+
+QVariant SessionViewModel::quitWarning() const
+{
+    const int unfinished = m_deliveries->unfinishedCount();
+    if (unfinished == 0)
+        return {};
+    if (unfinished == 1)
+        return QStringLiteral("Queda 1 foto por enviar. Se enviará la próxima vez que abras "
+                              "Quillmere Live.");
+    return QStringLiteral("Quedan %1 fotos por enviar. Se enviarán la próxima vez que abras "
+                          "Quillmere Live.")
+        .arg(unfinished);
+}
+
+void SessionViewModel::signInExpired()
+{
+    // The token is dead: without it the panel shows the sign-in screen, over the session,
+    // which goes on recording; its photos wait for the new token.
+    Preferences::remove(Preferences::apiTokenKey);
+    setError(signInExpiredMessage);
+    Q_EMIT deliveriesChanged();
+}
+
 bool SessionViewModel::hasStoredToken() const
 {
     return Preferences::string(Preferences::apiTokenKey).has_value();
@@ -120,6 +162,7 @@ QCoro::Task<> SessionViewModel::loginTask()
         if (!self)
             co_return;
         Preferences::setString(Preferences::savedEmailKey, email);
+        m_deliveries->signedIn();
     } catch (const std::exception &error) {
         if (!self)
             co_return;
@@ -167,7 +210,9 @@ QCoro::Task<> SessionViewModel::startSessionTask()
     session.galleryURL = reply.gallery_url;
     setSession(session);
 
-    setUploadManager(std::make_unique<UploadManager>(reply.folder_id));
+    auto manager = std::make_unique<UploadManager>(reply.folder_id);
+    m_deliveries->attach(manager.get(), reply.folder_id, reply.slug, m_session.clientName);
+    setUploadManager(std::move(manager));
 
     const QUrl folder = *m_session.watchFolder;
     auto watcher = std::make_unique<FolderWatcher>(

@@ -17,6 +17,7 @@
 #include <optional>
 
 class APIClient;
+class DeliveryQueue;
 class FolderWatcher;
 
 // The one controller: holds what the screens show, signs in, and carries a live session from
@@ -32,6 +33,13 @@ class SessionViewModel : public QObject {
     Q_PROPERTY(QString email READ email WRITE setEmail NOTIFY emailChanged)
     Q_PROPERTY(QString password READ password WRITE setPassword NOTIFY passwordChanged)
     Q_PROPERTY(UploadManager *uploadManager READ uploadManager NOTIFY uploadManagerChanged)
+    // What waits to be delivered, for the screens: one line each, undefined when there is none.
+    Q_PROPERTY(QVariant deliveryNotice READ deliveryNotice NOTIFY deliveriesChanged)
+    Q_PROPERTY(QVariant refusedNotice READ refusedNotice NOTIFY deliveriesChanged)
+    // Photos of the session on screen not yet wholly delivered (original stored), live.
+    Q_PROPERTY(int originalsOwed READ originalsOwed NOTIFY deliveriesChanged)
+    Q_PROPERTY(int waitingCount READ waitingCount NOTIFY deliveriesChanged)
+    Q_PROPERTY(QString deliveryReason READ deliveryReason NOTIFY deliveriesChanged)
 
 public:
     // Shows the platform's modal folder panel with the given prompt; no value on cancel. The
@@ -41,6 +49,9 @@ public:
         QStringLiteral("Selecciona la carpeta donde llegarán las fotos");
     static inline const QString missingSetupMessage =
         QStringLiteral("Ingresa el nombre del cliente y selecciona una carpeta");
+    static inline const QString signInExpiredMessage =
+        QStringLiteral("Tu sesión expiró. Vuelve a iniciar sesión: las fotos esperan y se "
+                       "enviarán después.");
 
     explicit SessionViewModel(QObject *parent = nullptr);
     ~SessionViewModel() override;
@@ -61,6 +72,15 @@ public:
     FolderWatcher *watcher() const { return m_watcher.get(); }
     UploadManager *uploadManager() const { return m_uploadManager.get(); }
     APIClient &api() const { return m_api; }
+    DeliveryQueue &deliveries() const { return *m_deliveries; }
+    QVariant deliveryNotice() const;
+    QVariant refusedNotice() const;
+    int originalsOwed() const;
+    int waitingCount() const;
+    QString deliveryReason() const;
+    // What quitting now would leave undelivered, as the question put before quitting;
+    // undefined when nothing would be.
+    Q_INVOKABLE QVariant quitWarning() const;
 
     // Whether a bearer token is stored: the screens show the login screen until there is one.
     Q_INVOKABLE bool hasStoredToken() const;
@@ -87,6 +107,7 @@ Q_SIGNALS:
     void emailChanged();
     void passwordChanged();
     void uploadManagerChanged();
+    void deliveriesChanged();
 
 private:
     void setState(AppState state);
@@ -94,6 +115,7 @@ private:
     void setIsAuthenticating(bool authenticating);
     void setUploadManager(std::unique_ptr<UploadManager> manager);
     void handleNewFile(const QUrl &file);
+    void signInExpired();
 
     AppState m_state = AppState::setup;
     LiveSession m_session;
@@ -105,5 +127,6 @@ private:
     std::unique_ptr<FolderWatcher> m_watcher;
     std::unique_ptr<UploadManager> m_uploadManager;
     APIClient &m_api;
+    std::unique_ptr<DeliveryQueue> m_deliveries;
     FolderChooser m_folderChooser;
 };

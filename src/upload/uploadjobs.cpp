@@ -2,6 +2,7 @@
 #include "uploadjobs.h"
 
 #include "apiclient.h"
+#include "apierror.h"
 #include "asyncsemaphore.h"
 #include "previewmaker.h"
 #include "requestfailure.h"
@@ -39,52 +40,91 @@ void UploadJobs::scheduleSignal(std::shared_ptr<AsyncSemaphore> semaphore)
         Qt::QueuedConnection);
 }
 
-QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
+void UploadJobs::reportFailure(const UploadJobContext &context, const AttemptFailure &failure)
 {
-    co_await context.previewSemaphore->wait();
+    if (context.ledger)
+        context.ledger->attemptFailed(context.delivery.photo, failure);
+}
 
+QCoro::Task<std::optional<StoredPreview>> UploadJobs::storePreview(UploadJobContext context)
+{
     // Each awaited operation is made in a statement of its own: GCC 12 mishandles the
     // lifetime of non-trivial temporaries inside a co_await expression.
     QCoro::Task<std::optional<QByteArray>> making = context.previews->make(context.fileURL);
     const std::optional<QByteArray> preview = co_await making;
-
-    if (!preview) {
-        if (context.manager)
-            context.manager->setError(QStringLiteral("No se pudo procesar ") + context.fileName);
-        scheduleSignal(context.previewSemaphore);
-        co_return;
-    }
+    if (!preview)
+        co_return std::nullopt;
 
     const QString contentType = QStringLiteral("image/jpeg");
-    std::optional<QString> failure;
+    QCoro::Task<PresignResponse> authorising = context.api->presign(
+        context.folderId, context.previewName, contentType, QNetworkRequest::HighPriority);
+    const PresignResponse presign = co_await authorising;
+    QCoro::Task<QString> storing =
+        context.api->uploadToStorage(presign, *preview, QNetworkRequest::HighPriority);
+    const QString url = co_await storing;
+    co_return StoredPreview{url, presign.key, presign.bucket};
+}
+
+QCoro::Task<> UploadJobs::registerPreview(UploadJobContext context, StoredPreview preview)
+{
     try {
-        QCoro::Task<PresignResponse> authorising = context.api->presign(
-            context.folderId, context.previewName, contentType, QNetworkRequest::HighPriority);
-        const PresignResponse presign = co_await authorising;
-        QCoro::Task<QString> storing =
-            context.api->uploadToStorage(presign, *preview, QNetworkRequest::HighPriority);
-        const QString url = co_await storing;
-        QCoro::Task<> registering = context.api->registerAttachment(
-            context.folderId, url, presign.key, presign.bucket, QNetworkRequest::HighPriority);
+        QCoro::Task<> registering =
+            context.api->registerAttachment(context.folderId, preview.url, preview.key,
+                                            preview.bucket, QNetworkRequest::HighPriority);
         co_await registering;
-    } catch (const RequestFailure &error) {
-        failure = error.localizedDescription();
+    } catch (const APIError &error) {
+        // The one request that cannot be told apart from its lost reply: when an earlier copy
+        // went out and its answer never came, a service that knows the key refuses the repeat.
+        // That refusal says the preview is registered; anything that passes is still a failure.
+        if (!context.delivery.registrationSent || AttemptFailure::of(error).passes())
+            throw;
+    }
+}
+
+QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
+{
+    co_await context.previewSemaphore->wait();
+
+    std::optional<AttemptFailure> failure;
+    std::optional<StoredPreview> stored = context.delivery.storedPreview;
+    try {
+        if (!stored) {
+            QCoro::Task<std::optional<StoredPreview>> storing = storePreview(context);
+            stored = co_await storing;
+            if (!stored) {
+                if (context.manager)
+                    context.manager->setError(QStringLiteral("No se pudo procesar ") +
+                                              context.fileName);
+                reportFailure(context, {AttemptFailure::Kind::undecodable, context.fileName});
+                scheduleSignal(context.previewSemaphore);
+                co_return;
+            }
+            if (context.ledger)
+                context.ledger->previewStored(context.delivery.photo, *stored);
+        }
+        if (context.ledger)
+            context.ledger->registrationSent(context.delivery.photo);
+        QCoro::Task<> registering = registerPreview(context, *stored);
+        co_await registering;
     } catch (const std::exception &error) {
-        failure = QString::fromUtf8(error.what());
+        failure = AttemptFailure::of(error);
     }
 
     if (failure) {
         if (context.manager)
-            context.manager->setError(QStringLiteral("Error: ") + *failure);
+            context.manager->setError(QStringLiteral("Error: ") + failure->description);
+        reportFailure(context, *failure);
     } else {
         if (context.manager)
             context.manager->recordPreviewUploaded();
+        if (context.ledger)
+            context.ledger->previewRegistered(context.delivery.photo);
         runOriginalJob(context);
     }
     scheduleSignal(context.previewSemaphore);
 }
 
-QCoro::Task<UploadJobs::Attempt> UploadJobs::tryUploadOriginal(UploadJobContext context)
+QCoro::Task<UploadJobs::OriginalAttempt> UploadJobs::tryUploadOriginal(UploadJobContext context)
 {
     // An original gives way to previews still waiting to be decoded: reading, sending and
     // storing it takes processor time the previews need when photos come in faster than the
@@ -98,7 +138,8 @@ QCoro::Task<UploadJobs::Attempt> UploadJobs::tryUploadOriginal(UploadJobContext 
             .spawn();
     std::optional<QByteArray> bytes = co_await reading;
     if (!bytes)
-        co_return Attempt::unreadable;
+        co_return OriginalAttempt{Attempt::unreadable,
+                                  {AttemptFailure::Kind::unreadable, context.fileName}};
     const QString contentType = QStringLiteral("image/jpeg");
     try {
         QCoro::Task<PresignResponse> authorising = context.api->presign(
@@ -107,22 +148,22 @@ QCoro::Task<UploadJobs::Attempt> UploadJobs::tryUploadOriginal(UploadJobContext 
         QCoro::Task<QString> storing =
             context.api->uploadToStorage(presign, std::move(*bytes), QNetworkRequest::LowPriority);
         co_await storing;
-    } catch (const std::exception &) {
+    } catch (const std::exception &error) {
         // An original's failure is never shown: its preview is already with the client.
-        co_return Attempt::failed;
+        co_return OriginalAttempt{Attempt::failed, AttemptFailure::of(error)};
     }
-    co_return Attempt::stored;
+    co_return OriginalAttempt{Attempt::stored, {}};
 }
 
 QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
 {
     co_await context.fullResSemaphore->wait();
 
-    QCoro::Task<Attempt> firstAttempt = tryUploadOriginal(context);
-    Attempt attempt = co_await firstAttempt;
+    QCoro::Task<OriginalAttempt> firstAttempt = tryUploadOriginal(context);
+    OriginalAttempt attempt = co_await firstAttempt;
     // A file that cannot be read ends the job at once: waiting would not make it readable, and
     // the lane is not held up for it.
-    if (attempt == Attempt::failed) {
+    if (attempt.outcome == Attempt::failed) {
         // The permit is held through the pause on purpose: the whole lane waits, so a store that
         // is failing is not hammered by the originals queued behind this one.
         // A precise timer: a coarse one may end the pause a few percent early.
@@ -131,10 +172,16 @@ QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
         pause.setSingleShot(true);
         pause.start(originalRetryDelay);
         co_await &pause;
-        QCoro::Task<Attempt> secondAttempt = tryUploadOriginal(context);
+        QCoro::Task<OriginalAttempt> secondAttempt = tryUploadOriginal(context);
         attempt = co_await secondAttempt;
     }
-    if (attempt == Attempt::stored && context.manager)
-        context.manager->recordOriginalUploaded();
+    if (attempt.outcome == Attempt::stored) {
+        if (context.manager)
+            context.manager->recordOriginalUploaded();
+        if (context.ledger)
+            context.ledger->originalStored(context.delivery.photo);
+    } else {
+        reportFailure(context, attempt.failure);
+    }
     scheduleSignal(context.fullResSemaphore);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "deliveryledger.h"
+
 #include <QCoroTask>
 #include <QPointer>
 #include <QString>
@@ -26,6 +28,10 @@ struct UploadJobContext {
     std::shared_ptr<AsyncSemaphore> fullResSemaphore;
     std::shared_ptr<PreviewMaker> previews;
     QPointer<UploadManager> manager;
+    // The layer above the attempts, told of every step; none for a manager without one.
+    std::shared_ptr<DeliveryLedger> ledger;
+    // Where the photo's delivery stands: a first attempt starts from nothing.
+    PhotoDelivery delivery;
 };
 
 // The two background jobs of one photo. Each is a coroutine on the main thread that hands its
@@ -42,8 +48,17 @@ public:
 
 private:
     enum class Attempt { stored, unreadable, failed };
+    struct OriginalAttempt {
+        Attempt outcome = Attempt::failed;
+        AttemptFailure failure; // why, when not stored
+    };
     // One attempt at an original: read, authorise, store.
-    static QCoro::Task<Attempt> tryUploadOriginal(UploadJobContext context);
+    static QCoro::Task<OriginalAttempt> tryUploadOriginal(UploadJobContext context);
+    // Makes the preview, authorises and stores it; throws what the service calls throw.
+    static QCoro::Task<std::optional<StoredPreview>> storePreview(UploadJobContext context);
+    // Registers the stored preview; throws unless the service holds it afterwards.
+    static QCoro::Task<> registerPreview(UploadJobContext context, StoredPreview preview);
+    static void reportFailure(const UploadJobContext &context, const AttemptFailure &failure);
     // The permit goes back in a task of its own, after the job has finished its turn.
     static void scheduleSignal(std::shared_ptr<AsyncSemaphore> semaphore);
 };

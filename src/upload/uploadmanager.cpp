@@ -3,6 +3,7 @@
 
 #include "apiclient.h"
 #include "asyncsemaphore.h"
+#include "deliveryledger.h"
 #include "previewmaker.h"
 #include "uploadjobs.h"
 
@@ -46,13 +47,41 @@ QString UploadManager::previewName(const QString &fileName, const QString &exten
     return QStringLiteral("preview_") + name;
 }
 
+UploadJobContext UploadManager::jobContext(const QUrl &fileURL)
+{
+    UploadJobContext context;
+    context.fileURL = fileURL;
+    context.fileName = fileURL.fileName();
+    context.previewName = previewName(context.fileName, QFileInfo(context.fileName).suffix());
+    context.folderId = m_folderId;
+    context.api = &m_api;
+    context.previewSemaphore = m_previewSemaphore;
+    context.fullResSemaphore = m_fullResSemaphore;
+    context.previews = m_previews;
+    context.manager = this;
+    context.ledger = m_ledger;
+    context.delivery.fileURL = fileURL;
+    return context;
+}
+
 void UploadManager::uploadFile(const QUrl &fileURL)
 {
-    const QString fileName = fileURL.fileName();
-    const QString extension = QFileInfo(fileName).suffix();
-    UploadJobs::runPreviewJob({fileURL, fileName, previewName(fileName, extension), m_folderId,
-                               &m_api, m_previewSemaphore, m_fullResSemaphore, m_previews,
-                               this});
+    UploadJobContext context = jobContext(fileURL);
+    // Written down before the first request, so that a photo is owed from the moment it is
+    // handed over, whatever happens next.
+    if (m_ledger)
+        context.delivery.photo = m_ledger->handedOver(m_folderId, fileURL);
+    UploadJobs::runPreviewJob(std::move(context));
+}
+
+void UploadManager::redeliver(const PhotoDelivery &delivery)
+{
+    UploadJobContext context = jobContext(delivery.fileURL);
+    context.delivery = delivery;
+    if (delivery.previewRegistered)
+        UploadJobs::runOriginalJob(std::move(context));
+    else
+        UploadJobs::runPreviewJob(std::move(context));
 }
 
 void UploadManager::preparePreview(const QUrl &fileURL)

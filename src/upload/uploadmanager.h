@@ -10,6 +10,8 @@
 
 class APIClient;
 class AsyncSemaphore;
+class DeliveryLedger;
+struct PhotoDelivery;
 class PreviewMaker;
 class QUrl;
 
@@ -35,6 +37,13 @@ public:
     void preparePreview(const QUrl &fileURL);
     const PreviewMaker &previews() const { return *m_previews; }
 
+    // The layer above the attempts: told of every photo before its first request and of each
+    // step after. Set before the first photo; without one, a failed attempt is the end.
+    void setLedger(std::shared_ptr<DeliveryLedger> ledger) { m_ledger = std::move(ledger); }
+    // Another attempt at a photo an earlier one did not deliver, from the step it reached:
+    // the preview (made, or only registered) and then the original, or the original alone.
+    void redeliver(const PhotoDelivery &delivery);
+
     qint64 uploadedCount() const { return m_uploadedCount; }
     qint64 fullResUploaded() const { return m_fullResUploaded; }
     qint64 fullResTotal() const { return m_fullResTotal; }
@@ -52,6 +61,7 @@ Q_SIGNALS:
 
 private:
     friend class UploadJobs; // the jobs report back through the three private calls below
+    struct UploadJobContext jobContext(const QUrl &fileURL);
     void recordPreviewUploaded();
     void recordOriginalUploaded();
     void setError(const QString &message);
@@ -65,4 +75,5 @@ private:
     std::shared_ptr<AsyncSemaphore> m_previewSemaphore;
     std::shared_ptr<AsyncSemaphore> m_fullResSemaphore;
     std::shared_ptr<PreviewMaker> m_previews;
+    std::shared_ptr<DeliveryLedger> m_ledger;
 };

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Every operation puts its request on the wire once. A reply lost on the way, after the service
 // has acted on the request, reaches the caller as a transport error; the request is never sent
-// again behind the caller's back.
+// again behind the caller's back. The two exceptions do the same however often they arrive (a
+// presign, an upload to a presigned key): when their connection closed before a single byte of
+// the reply, they go once more at once, as browsers send such requests again.
 #include "apiclient.h"
 #include "apierror.h"
 #include "devservicefixture.h"
@@ -17,6 +19,9 @@ namespace {
 const QStringList operations{QStringLiteral("authenticate"), QStringLiteral("createSession"),
                              QStringLiteral("endSession"),   QStringLiteral("presign"),
                              QStringLiteral("register"),     QStringLiteral("upload")};
+const QStringList sentOnce{QStringLiteral("authenticate"), QStringLiteral("createSession"),
+                           QStringLiteral("endSession"), QStringLiteral("register")};
+const QStringList sentAgainWhenUnanswered{QStringLiteral("presign"), QStringLiteral("upload")};
 
 std::optional<TransportError> transportErrorIn(const std::exception_ptr &error)
 {
@@ -123,7 +128,8 @@ class ApiLostRepliesTest : public QObject {
         return faulted;
     }
 
-    void addRows(const QList<DevService::FaultKind> &kinds)
+    void addRows(const QList<DevService::FaultKind> &kinds,
+                 const QStringList &rowOperations = operations)
     {
         QTest::addColumn<QString>("operation");
         QTest::addColumn<int>("kind");
@@ -131,8 +137,9 @@ class ApiLostRepliesTest : public QObject {
             const QString name = kind == DevService::FaultKind::closeAfterWork   ? QStringLiteral("close")
                                  : kind == DevService::FaultKind::resetAfterWork ? QStringLiteral("reset")
                                  : kind == DevService::FaultKind::cutShort       ? QStringLiteral("cut short")
+                                 : kind == DevService::FaultKind::notHttp        ? QStringLiteral("not http")
                                                                                  : QStringLiteral("dropped");
-            for (const QString &operation : operations)
+            for (const QString &operation : rowOperations)
                 QTest::newRow(qPrintable(operation + QLatin1Char(' ') + name)) << operation << int(kind);
         }
     }
@@ -152,8 +159,9 @@ private Q_SLOTS:
 
     void replyLostAfterTheWorkIsSentOnceAndFails_data()
     {
-        addRows({DevService::FaultKind::closeAfterWork, DevService::FaultKind::resetAfterWork,
-                 DevService::FaultKind::cutShort});
+        addRows({DevService::FaultKind::closeAfterWork, DevService::FaultKind::resetAfterWork},
+                sentOnce);
+        addRows({DevService::FaultKind::cutShort});
     }
     void replyLostAfterTheWorkIsSentOnceAndFails()
     {
@@ -170,7 +178,7 @@ private Q_SLOTS:
 
     void connectionClosedBeforeTheWorkIsSentOnceAndFails_data()
     {
-        addRows({DevService::FaultKind::drop});
+        addRows({DevService::FaultKind::drop}, sentOnce);
     }
     void connectionClosedBeforeTheWorkIsSentOnceAndFails()
     {
@@ -182,12 +190,35 @@ private Q_SLOTS:
         QCOMPARE(transport->code(), QNetworkReply::RemoteHostClosedError);
     }
 
+    // A presign or an upload whose connection closed before the first byte of its reply, with
+    // or without the work done, goes once more at once and succeeds.
+    void unansweredIdempotentRequestIsSentOnceMore_data()
+    {
+        addRows({DevService::FaultKind::closeAfterWork, DevService::FaultKind::resetAfterWork,
+                 DevService::FaultKind::drop, DevService::FaultKind::notHttp},
+                sentAgainWhenUnanswered);
+    }
+    void unansweredIdempotentRequestIsSentOnceMore()
+    {
+        QFETCH(QString, operation);
+        QFETCH(int, kind);
+        const DevService::FaultKind faultKind(static_cast<DevService::FaultKind>(kind));
+        const Faulted faulted = runWithFault(
+            operation, faultKind == DevService::FaultKind::drop
+                           ? DevService::Fault::withDrop(operation)
+                           : DevService::Fault::withLostReply(operation, faultKind));
+        QVERIFY2(!faulted.error, qPrintable(describe(faulted.error)));
+        QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 2);
+        QVERIFY(faulted.workDone);
+        QCOMPARE(m_service.pendingFaults(), 0);
+    }
+
     // Qt's HTTP stack throws away a reply that does not begin with an HTTP status line and
     // treats it as a connection closed before the reply: it cannot be told apart from one.
     void replyThatIsNotHttpIsSentOnceAndFails_data()
     {
         QTest::addColumn<QString>("operation");
-        for (const QString &operation : operations)
+        for (const QString &operation : sentOnce)
             QTest::newRow(qPrintable(operation)) << operation;
     }
     void replyThatIsNotHttpIsSentOnceAndFails()
@@ -236,14 +267,14 @@ private Q_SLOTS:
         const Stage stage = prepare(api);
         if (QTest::currentTestFailed())
             return;
-        QVERIFY(m_service.injectFault(DevService::Fault::withLostReply(QStringLiteral("presign"), DevService::FaultKind::closeAfterWork)));
-        QVERIFY(transportErrorIn(awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("d.jpg"), QStringLiteral("image/jpeg"))).error));
-        const auto next = awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("e.jpg"), QStringLiteral("image/jpeg")));
+        QVERIFY(m_service.injectFault(DevService::Fault::withLostReply(QStringLiteral("createSession"), DevService::FaultKind::closeAfterWork)));
+        QVERIFY(transportErrorIn(awaitOutcome(api.createSession(QStringLiteral("Dora"))).error));
+        const auto next = awaitOutcome(api.createSession(QStringLiteral("Eva")));
         QVERIFY(next.value);
-        const QList<DevService::ReceivedRequest> presigns = m_service.requests(QStringLiteral("presign"));
-        QCOMPARE(presigns.size(), 3);
-        QVERIFY(presigns[1].rawQuery.startsWith(QStringLiteral("filename=d.jpg")));
-        QVERIFY(presigns[2].rawQuery.startsWith(QStringLiteral("filename=e.jpg")));
+        const QList<DevService::ReceivedRequest> creations = m_service.requests(QStringLiteral("createSession"));
+        QCOMPARE(creations.size(), 3);
+        QVERIFY(creations[1].body.contains("Dora"));
+        QVERIFY(creations[2].body.contains("Eva"));
     }
 
 private:

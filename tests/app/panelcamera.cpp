@@ -66,10 +66,11 @@ bool PanelCamera::shootTrayIcons() {
     const qreal ratio = m_window.effectiveDevicePixelRatio();
     for (const QString &state : ScreenshotNames::trayStates) {
         const bool recording = state == QLatin1String("tray-recording");
+        const bool waiting = state == QLatin1String("tray-waiting");
         for (const QString &appearance : ScreenshotNames::appearances) {
             const bool dark = appearance == QLatin1String("dark");
             const QImage icon = StatusIcon::image(recording, dark ? Qt::white : Qt::black,
-                                                  qRound(StatusIcon::menuBarSize * ratio));
+                                                  qRound(StatusIcon::menuBarSize * ratio), waiting);
             // A strip of menu bar around the icon, 4 logical pixels on every side.
             const int margin = qRound(4 * ratio);
             QImage bar(icon.size() + QSize(2 * margin, 2 * margin), QImage::Format_RGB32);

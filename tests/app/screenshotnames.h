@@ -19,6 +19,8 @@ inline const QStringList states = {
     QStringLiteral("recording-paused"),
     QStringLiteral("recording-no-link"),
     QStringLiteral("recording-five-digits"),
+    QStringLiteral("recording-waiting"),
+    QStringLiteral("finished-waiting"),
     QStringLiteral("finished-originals-gallery"),
     QStringLiteral("finished-originals-only"),
     QStringLiteral("finished-gallery-only"),
@@ -26,7 +28,8 @@ inline const QStringList states = {
 };
 // The tray's picture, on a bar of the appearance's colour: tray-idle-light.png and so on.
 inline const QStringList trayStates = {QStringLiteral("tray-idle"),
-                                       QStringLiteral("tray-recording")};
+                                       QStringLiteral("tray-recording"),
+                                       QStringLiteral("tray-waiting")};
 inline const QStringList appearances = {QStringLiteral("light"), QStringLiteral("dark")};
 
 inline QString fileName(const QString &state, const QString &appearance) {

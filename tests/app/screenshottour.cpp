@@ -174,10 +174,35 @@ bool ScreenshotTour::recording() {
     return shot;
 }
 
-bool ScreenshotTour::finished() {
+bool ScreenshotTour::waiting() {
+    // The service turns the photos' authorisations away for a while: they wait, and say so.
+    if (!m_service.injectFault(
+            DevService::Fault::withStatus(QStringLiteral("presign"), 503, {}, 100000)))
+        return fail(QStringLiteral("no fault for the waiting photos"));
+    for (const QString &name : {QStringLiteral("IMG_0002.JPG"), QStringLiteral("IMG_0003.JPG")}) {
+        QImage photo(1200, 800, QImage::Format_RGB32);
+        photo.fill(QColor(0x8A, 0x6F, 0x5B));
+        if (!photo.save(QDir(m_watchFolder).filePath(name), "JPEG", 85))
+            return fail(QStringLiteral("cannot write %1").arg(name));
+    }
+    if (!waitUntil([this] { return m_viewModel->waitingCount() == 2; }, 20000))
+        return fail(QStringLiteral("the photos were not seen waiting"));
+    if (!shoot(QStringLiteral("recording-waiting")))
+        return false;
     QCoro::waitFor(m_viewModel->stopSessionTask());
     if (m_viewModel->state() != AppState::finished)
         return fail(QStringLiteral("the session did not stop"));
+    if (!shoot(QStringLiteral("finished-waiting")))
+        return false;
+    // The service takes them again; the screens after this one have nothing waiting.
+    if (!m_service.clearFaults())
+        return fail(QStringLiteral("the faults stayed"));
+    if (!waitUntil([this] { return m_viewModel->originalsOwed() == 0; }, 60000))
+        return fail(QStringLiteral("the waiting photos were not delivered"));
+    return true;
+}
+
+bool ScreenshotTour::finished() {
     const LiveSession stopped = m_viewModel->session();
 
     editSession([](LiveSession &session) {
@@ -207,5 +232,5 @@ bool ScreenshotTour::finished() {
 
 bool ScreenshotTour::run() {
     return load() && (m_camera->shootTrayIcons() || fail(m_camera->errorString())) && login() &&
-           setup() && recording() && finished();
+           setup() && recording() && waiting() && finished();
 }

@@ -32,6 +32,8 @@ private:
     bool login();
     bool setup();
     bool recording();
+    // Photos the service turns away wait, on the recording and the finished screens.
+    bool waiting();
     bool finished();
     void editSession(const std::function<void(class LiveSession &)> &edit);
 

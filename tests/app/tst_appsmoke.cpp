@@ -171,6 +171,9 @@ void TestAppSmoke::signInRecordStopQuit() {
              qPrintable(m_app.transcript()));
     snap(QStringLiteral("finished"));
 
+    // With the original through, nothing is owed and quitting asks nothing.
+    QVERIFY2(m_app.waitForLatest(QStringLiteral("owed "), QStringLiteral("owed 0"), 30000),
+             qPrintable(m_app.transcript()));
     QVERIFY(tabTo(QStringLiteral("Salir")));
     snap(QStringLiteral("quit-focused"));
     QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("space")}));

@@ -86,13 +86,16 @@ void TestScreenshots::everyStateInBothAppearances() {
 void TestScreenshots::trayIcons_data() {
     QTest::addColumn<QString>("state");
     QTest::addColumn<bool>("recording");
-    QTest::newRow("idle") << QStringLiteral("tray-idle") << false;
-    QTest::newRow("recording") << QStringLiteral("tray-recording") << true;
+    QTest::addColumn<bool>("waiting");
+    QTest::newRow("idle") << QStringLiteral("tray-idle") << false << false;
+    QTest::newRow("recording") << QStringLiteral("tray-recording") << true << false;
+    QTest::newRow("waiting") << QStringLiteral("tray-waiting") << false << true;
 }
 
 void TestScreenshots::trayIcons() {
     QFETCH(QString, state);
     QFETCH(bool, recording);
+    QFETCH(bool, waiting);
     // A square picture whatever the state, in a strip of bar 4 wide all round.
     const QSize expected =
         QSize(StatusIcon::menuBarSize + 8, StatusIcon::menuBarSize + 8) * scale;
@@ -101,14 +104,18 @@ void TestScreenshots::trayIcons() {
         QVERIFY(!image.isNull());
         QCOMPARE(image.size(), expected);
         QVERIFY(sampledColours(image) > 3);
-        // The red dot, exactly while recording.
+        // The red dot exactly while recording, the orange one exactly while photos wait.
         bool red = false;
-        for (int y = 0; y < image.height() && !red; ++y)
-            for (int x = 0; x < image.width() && !red; ++x) {
+        bool orange = false;
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x) {
                 const QRgb pixel = image.pixel(x, y);
-                red = qRed(pixel) > 200 && qGreen(pixel) < 100 && qBlue(pixel) < 100;
+                red = red || (qRed(pixel) > 200 && qGreen(pixel) < 100 && qBlue(pixel) < 100);
+                orange = orange || (qRed(pixel) > 200 && qGreen(pixel) > 120 &&
+                                    qGreen(pixel) < 170 && qBlue(pixel) < 60);
             }
         QCOMPARE(red, recording);
+        QCOMPARE(orange, waiting);
     }
 }
 

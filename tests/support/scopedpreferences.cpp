@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "scopedpreferences.h"
 
+#include "deliveryjournal.h"
 #include "preferences.h"
-
 
 #include <QDir>
 #include <QDirIterator>
@@ -21,6 +21,8 @@ ScopedPreferences::ScopedPreferences()
         qFatal("ScopedPreferences: no temporary folder");
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_directory.path());
     QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, m_directory.path());
+    // The delivery journal too: what one test leaves owed is never delivered in the next.
+    DeliveryJournal::setPathForTests(journalPath());
 }
 
 ScopedPreferences::~ScopedPreferences()
@@ -28,6 +30,7 @@ ScopedPreferences::~ScopedPreferences()
     // Nothing may keep writing into the folder about to vanish: point elsewhere harmlessly.
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QDir::tempPath());
     QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, QDir::tempPath());
+    DeliveryJournal::setPathForTests(QString());
 }
 
 QStringList ScopedPreferences::storedKeys() const

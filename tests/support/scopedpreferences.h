@@ -6,8 +6,9 @@
 
 #include <optional>
 
-// Points the program's per-user preferences at a fresh temporary folder for the life of the
-// object, so a test never reads or writes the real user's token and e-mail.
+// Points the program's per-user preferences and its delivery journal at a fresh temporary
+// folder for the life of the object, so a test never reads or writes the real user's token,
+// e-mail or owed photos.
 class ScopedPreferences {
 public:
     ScopedPreferences();
@@ -22,6 +23,7 @@ public:
     void store(const QString &key, const QString &value);
     void remove(const QString &key);
     QString storageText() const;
+    QString journalPath() const { return m_directory.filePath(QStringLiteral("delivery.sqlite")); }
 
 private:
     QTemporaryDir m_directory;

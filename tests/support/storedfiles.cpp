@@ -2,6 +2,9 @@
 #include "storedfiles.h"
 
 #include "devservicefixture.h"
+#include "uploadmanager.h"
+
+#include <QFileInfo>
 
 QStringList StoredFiles::presignedNames() const
 {
@@ -39,4 +42,26 @@ std::optional<QByteArray> StoredFiles::objectNamed(const QString &fileName) cons
             return object;
     }
     return std::nullopt;
+}
+
+int StoredFiles::storedCount(const QString &fileName) const
+{
+    const QStringList keys = uploadedKeys();
+    QStringList stored;
+    for (const QString &key : keys) {
+        if (key.endsWith(QLatin1Char('/') + fileName) && !stored.contains(key) &&
+            m_service.storedObject(key))
+            stored << key;
+    }
+    return static_cast<int>(stored.size());
+}
+
+int StoredFiles::registeredCount(qint64 folderId, const QString &fileName) const
+{
+    const QString preview =
+        UploadManager::previewName(fileName, QFileInfo(fileName).suffix());
+    int count = 0;
+    for (const DevService::RegisteredFile &file : m_service.registeredFiles(folderId))
+        count += file.key.endsWith(QLatin1Char('/') + preview) ? 1 : 0;
+    return count;
 }

@@ -25,6 +25,12 @@ public:
     QStringList uploadedKeys() const;
     // The bytes stored for the file presigned under exactly this name, if any.
     std::optional<QByteArray> objectNamed(const QString &fileName) const;
+    // How many distinct objects the store holds for the file presigned under exactly this name:
+    // 1 for a photo whose original went up once, however many attempts it took.
+    int storedCount(const QString &fileName) const;
+    // How many times the photo's preview was registered with the session: 1 when the client saw
+    // it once, however many attempts it took.
+    int registeredCount(qint64 folderId, const QString &fileName) const;
 
 private:
     DevService &m_service;

@@ -187,15 +187,16 @@ private Q_SLOTS:
 
     void transportFailureOfAPreviewIsReported()
     {
-        const qsizetype sentBefore = m_service.requests(QStringLiteral("presign")).size();
-        QVERIFY(m_service.injectFault(DevService::Fault::withDrop(QStringLiteral("presign"))));
+        const qsizetype sentBefore = m_service.requests(QStringLiteral("register")).size();
+        QVERIFY(m_service.injectFault(DevService::Fault::withDrop(QStringLiteral("register"))));
         UploadManager manager(m_folderId);
         manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("IMG_0003.JPG"), m_jpeg)));
         QTRY_VERIFY_WITH_TIMEOUT(manager.error().has_value(), 20000);
         QVERIFY(manager.error()->startsWith(QStringLiteral("Error: ")));
         QVERIFY(manager.error()->size() > 7);
-        // The preview's authorisation went out once: the lost connection was not tried again.
-        QCOMPARE(m_service.requests(QStringLiteral("presign")).size(), sentBefore + 1);
+        // The preview's registration went out once: the lost connection was not tried again
+        // (only a presign or a storage upload would be, and only when unanswered).
+        QCOMPARE(m_service.requests(QStringLiteral("register")).size(), sentBefore + 1);
     }
 
     void originalIsRetriedOnceAfterFiveSeconds()

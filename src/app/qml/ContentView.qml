@@ -102,8 +102,8 @@ FocusScope {
             color: Theme.separatorColor
         }
 
-        // Quits at once, even in the middle of a recording: nothing is asked and the session
-        // is not ended on the service.
+        // Quits, even in the middle of a recording, asking first only while photos are still
+        // owed; the session is not ended on the service.
         Item {
             width: parent.width
             implicitHeight: quitButton.implicitHeight + 8

@@ -151,6 +151,30 @@ ScreenStack {
         }
     }
 
+    // Live, unlike the counts above: whether every original has gone through, or how many photos
+    // are still to go and why.
+    ScreenText {
+        objectName: "deliveryState"
+        readonly property int owed: screen.viewModel.originalsOwed
+
+        Layout.fillWidth: true
+        visible: owed > 0 || screen.session.uploadedCount > 0
+        horizontalAlignment: Text.AlignHCenter
+        wrapMode: Text.Wrap
+        text: owed === 0 ? "✓ Todos los originales enviados"
+              : (owed === 1 ? "Falta 1 foto por enviar" : "Faltan " + owed + " fotos por enviar")
+                + " — " + screen.viewModel.deliveryReason
+        color: owed === 0 ? Theme.green : Theme.orange
+        font.pixelSize: 12
+        font.weight: Font.Medium
+    }
+
+    DeliveryLine {
+        objectName: "refusedLine"
+        message: screen.viewModel.refusedNotice
+        color: Theme.red
+    }
+
     Rectangle {
         objectName: "galleryBox"
         Layout.fillWidth: true

@@ -53,6 +53,10 @@ ScreenStack {
         }
     }
 
+    DeliveryLine {
+        message: screen.viewModel.deliveryNotice
+    }
+
     ErrorLine {
         message: screen.viewModel.error
     }

@@ -10,6 +10,9 @@ Window {
 
     required property SessionViewModel viewModel
 
+    // The quit row: the application decides, asking first when photos are still owed.
+    signal quitRequested()
+
     title: "Quillmere Live"
     width: Theme.panelWidth
     // As high as the content, which no limit holds: Qt 6.4's Wayland window keeps to the limits
@@ -27,6 +30,6 @@ Window {
         height: implicitHeight
         focus: true
         viewModel: panel.viewModel
-        onQuitRequested: Qt.quit()
+        onQuitRequested: panel.quitRequested()
     }
 }

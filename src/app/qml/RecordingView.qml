@@ -125,6 +125,16 @@ ScreenStack {
         }
     }
 
+    DeliveryLine {
+        message: screen.viewModel.deliveryNotice
+    }
+
+    DeliveryLine {
+        objectName: "refusedLine"
+        message: screen.viewModel.refusedNotice
+        color: Theme.red
+    }
+
     ErrorLine {
         message: screen.viewModel.error
     }

@@ -84,6 +84,10 @@ ScreenStack {
         }
     }
 
+    DeliveryLine {
+        message: screen.viewModel.deliveryNotice
+    }
+
     ErrorLine {
         message: screen.viewModel.error
     }

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#include "attemptfailure.h"
+
+#include "apierror.h"
+#include "requestfailure.h"
+
+namespace {
+
+bool statusPasses(int status)
+{
+    // 0: the reply was not HTTP at all, which a proxy or a broken link produces.
+    return status == 0 || status == 408 || status == 429 || status >= 500;
+}
+
+} // namespace
+
+AttemptFailure AttemptFailure::of(const std::exception &error)
+{
+    const auto *failure = dynamic_cast<const RequestFailure *>(&error);
+    const QString description =
+        failure ? failure->localizedDescription() : QString::fromUtf8(error.what());
+    const auto *refusal = dynamic_cast<const APIError *>(&error);
+    if (!refusal)
+        return {Kind::passing, description};
+    const int status = refusal->httpStatus();
+    if (status == 401)
+        return {Kind::signInNeeded, description};
+    // Object stores refuse a presign past its expiry with 403: a fresh one goes through.
+    if (refusal->errorCase() == APIError::uploadFailed && status == 403)
+        return {Kind::passing, description};
+    return {statusPasses(status) ? Kind::passing : Kind::refused, description};
+}

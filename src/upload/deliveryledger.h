@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "attemptfailure.h"
+
+#include <QString>
+#include <QUrl>
+
+#include <optional>
+
+// A preview already in the object store, still to be registered with the session.
+struct StoredPreview {
+    QString url;
+    QString key;
+    QString bucket;
+};
+
+// Where one photo's delivery stands when it is handed back for another attempt: the attempt
+// does only the steps that are left.
+struct PhotoDelivery {
+    qint64 photo = 0; // the ledger's number for the photo
+    QUrl fileURL;
+    std::optional<StoredPreview> storedPreview;
+    // A registration went out before and its outcome is unknown: the service may hold it.
+    bool registrationSent = false;
+    bool previewRegistered = false;
+};
+
+// What the jobs of one photo tell the layer above the attempts, step by step, so that nothing
+// an attempt could not deliver is forgotten. Called on the main thread. The jobs hold it
+// strongly: what they report must be written down even after the session's manager is gone.
+class DeliveryLedger {
+public:
+    virtual ~DeliveryLedger() = default;
+
+    // Before the photo's first request; gives the photo's number.
+    virtual qint64 handedOver(qint64 folderId, const QUrl &fileURL) = 0;
+    virtual void previewStored(qint64 photo, const StoredPreview &preview) = 0;
+    virtual void registrationSent(qint64 photo) = 0;
+    virtual void previewRegistered(qint64 photo) = 0;
+    virtual void originalStored(qint64 photo) = 0;
+    // The attempt ended without delivering the photo; what is left stays owed unless the
+    // failure is one that will not change.
+    virtual void attemptFailed(qint64 photo, const AttemptFailure &failure) = 0;
+};
