@@ -19,4 +19,6 @@ struct PresignResponse {
 
     // Throws DecodingError.
     static PresignResponse decode(const QByteArray &body);
+    // The reply as the service sent it, for keeping: decode() reads it back.
+    QByteArray encode() const;
 };

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Decoding of the three reply records; they share the strict reader and nothing else.
+// Decoding of the three reply records; they share the strict reader and nothing else. A presign
+// is also kept, in the form it came in.
 #include "authresponse.h"
 #include "presignresponse.h"
 #include "sessionresponse.h"
 #include "strictjsonobject.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
 
 AuthResponse AuthResponse::decode(const QByteArray &body)
 {
@@ -24,4 +28,17 @@ PresignResponse PresignResponse::decode(const QByteArray &body)
     return {json.string(QStringLiteral("method")),   json.string(QStringLiteral("url")),
             json.stringMap(QStringLiteral("fields")), json.string(QStringLiteral("key")),
             json.string(QStringLiteral("bucket")),   json.optionalString(QStringLiteral("host"))};
+}
+
+QByteArray PresignResponse::encode() const
+{
+    QJsonObject formFields;
+    for (auto field = fields.cbegin(); field != fields.cend(); ++field)
+        formFields.insert(field.key(), field.value());
+    QJsonObject json{{QStringLiteral("method"), method}, {QStringLiteral("url"), url},
+                     {QStringLiteral("fields"), formFields}, {QStringLiteral("key"), key},
+                     {QStringLiteral("bucket"), bucket}};
+    if (host)
+        json.insert(QStringLiteral("host"), *host);
+    return QJsonDocument(json).toJson(QJsonDocument::Compact);
 }

@@ -27,13 +27,13 @@ constexpr qint64 keepDeliveredMs = qint64(30) * 24 * 3600 * 1000;
 const QString photoColumns = QStringLiteral(
     "p.id, p.folder_id, s.slug, s.client_name, p.path, p.size, p.modified_ms, p.preview_url, "
     "p.preview_key, p.preview_bucket, p.registration_sent, p.preview_registered_at, "
-    "p.original_stored_at, p.refusal");
+    "p.original_stored_at, p.refusal, p.original_presign");
 
 } // namespace
 
 PhotoDelivery JournalPhoto::delivery() const
 {
-    return {id, fileURL, storedPreview, registrationSent, previewRegistered};
+    return {id, fileURL, storedPreview, registrationSent, previewRegistered, originalPresign};
 }
 
 QString DeliveryJournal::defaultPath()
@@ -96,7 +96,8 @@ bool DeliveryJournal::open(const QString &path)
             "handed_at INTEGER NOT NULL, "
             "preview_url TEXT, preview_key TEXT, preview_bucket TEXT, "
             "registration_sent INTEGER NOT NULL DEFAULT 0, preview_registered_at INTEGER, "
-            "original_stored_at INTEGER, refusal TEXT, refused_at INTEGER)")) &&
+            "original_presign BLOB, original_stored_at INTEGER, refusal TEXT, "
+            "refused_at INTEGER)")) &&
         exec(QStringLiteral("DELETE FROM photos WHERE original_stored_at < ?"),
              {now() - keepDeliveredMs});
     if (!ready) {
@@ -173,6 +174,12 @@ void DeliveryJournal::setPreviewRegistered(qint64 photo)
          {now(), photo});
 }
 
+void DeliveryJournal::setOriginalPresign(qint64 photo, const PresignResponse &presign)
+{
+    exec(QStringLiteral("UPDATE photos SET original_presign = ? WHERE id = ?"),
+         {presign.encode(), photo});
+}
+
 void DeliveryJournal::setOriginalStored(qint64 photo)
 {
     exec(QStringLiteral("UPDATE photos SET original_stored_at = ? WHERE id = ?"), {now(), photo});
@@ -220,6 +227,13 @@ QList<JournalPhoto> DeliveryJournal::select(const QString &condition,
         photo.originalStored = !query.value(12).isNull();
         if (!query.value(13).isNull())
             photo.refusal = query.value(13).toString();
+        if (!query.value(14).isNull()) {
+            // A permission that no longer reads is simply not reused.
+            try {
+                photo.originalPresign = PresignResponse::decode(query.value(14).toByteArray());
+            } catch (const std::exception &) {
+            }
+        }
         photos.append(photo);
     }
     return photos;

@@ -21,6 +21,7 @@ struct JournalPhoto {
     std::optional<StoredPreview> storedPreview;
     bool registrationSent = false;
     bool previewRegistered = false;
+    std::optional<PresignResponse> originalPresign;
     bool originalStored = false;
     std::optional<QString> refusal; // set when a refusal that will not change ended it
 
@@ -55,6 +56,7 @@ public:
     void setPreviewStored(qint64 photo, const StoredPreview &preview);
     void setRegistrationSent(qint64 photo);
     void setPreviewRegistered(qint64 photo);
+    void setOriginalPresign(qint64 photo, const PresignResponse &presign);
     void setOriginalStored(qint64 photo);
     void setRefused(qint64 photo, const QString &reason);
 

@@ -247,7 +247,7 @@ void DeliveryQueue::retryNow()
         owed.signInEpoch = m_signInEpoch;
         const std::optional<JournalPhoto> written = m_journal->photo(photo);
         PhotoDelivery delivery =
-            written ? written->delivery() : PhotoDelivery{photo, owed.fileURL, {}, false, false};
+            written ? written->delivery() : PhotoDelivery{photo, owed.fileURL, {}, false, false, {}};
         managerFor(owed.folderId)->redeliver(delivery);
     }
     if (!due.isEmpty() && !m_stallCheck.isActive())

@@ -38,6 +38,11 @@ void JournalLedger::previewRegistered(qint64 photo)
         m_queue->serviceAnswered();
 }
 
+void JournalLedger::originalPresigned(qint64 photo, const PresignResponse &presign)
+{
+    m_journal->setOriginalPresign(photo, presign);
+}
+
 void JournalLedger::originalStored(qint64 photo)
 {
     m_journal->setOriginalStored(photo);

@@ -20,6 +20,7 @@ public:
     void previewStored(qint64 photo, const StoredPreview &preview) override;
     void registrationSent(qint64 photo) override;
     void previewRegistered(qint64 photo) override;
+    void originalPresigned(qint64 photo, const PresignResponse &presign) override;
     void originalStored(qint64 photo) override;
     void attemptFailed(qint64 photo, const AttemptFailure &failure) override;
 

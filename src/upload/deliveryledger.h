@@ -2,6 +2,7 @@
 #pragma once
 
 #include "attemptfailure.h"
+#include "presignresponse.h"
 
 #include <QString>
 #include <QUrl>
@@ -24,6 +25,9 @@ struct PhotoDelivery {
     // A registration went out before and its outcome is unknown: the service may hold it.
     bool registrationSent = false;
     bool previewRegistered = false;
+    // The original's upload permission from an earlier attempt: sent again to the same key, an
+    // original whose first upload did arrive is stored once, not twice.
+    std::optional<PresignResponse> originalPresign;
 };
 
 // What the jobs of one photo tell the layer above the attempts, step by step, so that nothing
@@ -38,6 +42,7 @@ public:
     virtual void previewStored(qint64 photo, const StoredPreview &preview) = 0;
     virtual void registrationSent(qint64 photo) = 0;
     virtual void previewRegistered(qint64 photo) = 0;
+    virtual void originalPresigned(qint64 photo, const PresignResponse &presign) = 0;
     virtual void originalStored(qint64 photo) = 0;
     // The attempt ended without delivering the photo; what is left stays owed unless the
     // failure is one that will not change.

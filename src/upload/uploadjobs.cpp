@@ -142,11 +142,16 @@ QCoro::Task<UploadJobs::OriginalAttempt> UploadJobs::tryUploadOriginal(UploadJob
                                   {AttemptFailure::Kind::unreadable, context.fileName}};
     const QString contentType = QStringLiteral("image/jpeg");
     try {
-        QCoro::Task<PresignResponse> authorising = context.api->presign(
-            context.folderId, context.fileName, contentType, QNetworkRequest::LowPriority);
-        const PresignResponse presign = co_await authorising;
+        std::optional<PresignResponse> presign = context.delivery.originalPresign;
+        if (!presign) {
+            QCoro::Task<PresignResponse> authorising = context.api->presign(
+                context.folderId, context.fileName, contentType, QNetworkRequest::LowPriority);
+            presign = co_await authorising;
+            if (context.ledger)
+                context.ledger->originalPresigned(context.delivery.photo, *presign);
+        }
         QCoro::Task<QString> storing =
-            context.api->uploadToStorage(presign, std::move(*bytes), QNetworkRequest::LowPriority);
+            context.api->uploadToStorage(*presign, std::move(*bytes), QNetworkRequest::LowPriority);
         co_await storing;
     } catch (const std::exception &error) {
         // An original's failure is never shown: its preview is already with the client.
@@ -172,6 +177,8 @@ QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
         pause.setSingleShot(true);
         pause.start(originalRetryDelay);
         co_await &pause;
+        // The second try asks for a permission of its own: the old one may be what was refused.
+        context.delivery.originalPresign.reset();
         QCoro::Task<OriginalAttempt> secondAttempt = tryUploadOriginal(context);
         attempt = co_await secondAttempt;
     }

@@ -61,6 +61,11 @@ private Q_SLOTS:
             journal.setPreviewStored(b, {QStringLiteral("https://s/b"), QStringLiteral("k/b"),
                                          QStringLiteral("bucket")});
             journal.setRegistrationSent(b);
+            PresignResponse permission{QStringLiteral("POST"), QStringLiteral("https://s/upload"),
+                                       {{QStringLiteral("key"), QStringLiteral("o/B.CR3")}},
+                                       QStringLiteral("o/B.CR3"), QStringLiteral("bucket"),
+                                       std::nullopt};
+            journal.setOriginalPresign(b, permission);
             journal.setPreviewRegistered(a);
             journal.setOriginalStored(a);
             journal.setRefused(c, QStringLiteral("No se pudo procesar C.JPG"));
@@ -82,6 +87,10 @@ private Q_SLOTS:
         QCOMPARE(b.storedPreview->key, QStringLiteral("k/b"));
         QVERIFY(b.registrationSent);
         QVERIFY(!b.previewRegistered);
+        QVERIFY(b.originalPresign);
+        QCOMPARE(b.originalPresign->key, QStringLiteral("o/B.CR3"));
+        QCOMPARE(b.originalPresign->fields.value(QStringLiteral("key")), QStringLiteral("o/B.CR3"));
+        QVERIFY(!b.originalPresign->host);
         const PhotoDelivery delivery = b.delivery();
         QCOMPARE(delivery.photo, b.id);
         QVERIFY(delivery.storedPreview && delivery.registrationSent && !delivery.previewRegistered);

@@ -124,6 +124,10 @@ private Q_SLOTS:
             QVERIFY(m_harness.dropPhoto(names.last(), SessionHarness::photoJpeg(i)));
         }
         QTRY_VERIFY_WITH_TIMEOUT(service.requests(QStringLiteral("register")).size() >= 4, 30000);
+        // Every photo handed over, so written down: the journal is read as it stands on disk.
+        DeliveryJournal written;
+        QVERIFY(written.open(m_harness.preferences().journalPath()));
+        QTRY_VERIFY_WITH_TIMEOUT(written.photo(6).has_value(), 30000);
         shooting->kill();
         QVERIFY(shooting->waitForFinished());
         // The held registration goes on without anyone waiting for its answer.
