@@ -9,6 +9,7 @@
 //   session_bench --photo FILE --count 20 --rate 1 --link-mbit 20   on a shaped loopback of 20 Mbit/s
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
 #include "apiclient.h"
+#include "benchsession.h"
 #include "devservicefixture.h"
 #include "folderwatcher.h"
 #include "imageresizer.h"
@@ -69,58 +70,6 @@ long peakMegabytes()
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_maxrss / 1024;
 }
-
-// Runs the event loop, sleeping between looks, until the condition holds or the limit passes.
-// The looks are 20 ms apart so the waiting itself costs next to nothing in the idle figure.
-bool waitUntil(const std::function<bool()> &condition, int limitMs)
-{
-    if (condition())
-        return true;
-    QEventLoop loop;
-    QElapsedTimer clock;
-    clock.start();
-    QTimer look;
-    QObject::connect(&look, &QTimer::timeout, &loop, [&] {
-        if (condition() || clock.elapsed() > limitMs)
-            loop.quit();
-    });
-    look.start(20);
-    loop.exec();
-    return condition();
-}
-
-struct Session {
-    DevService service;
-    ScopedPreferences preferences;
-    QTemporaryDir folder;
-    std::unique_ptr<SessionViewModel> model;
-
-    bool open()
-    {
-        if (!service.start()) {
-            std::fprintf(stderr, "devservice: %s\n", qPrintable(service.errorString()));
-            return false;
-        }
-        APIClient::redirectShared(service.baseURL(), service.storageHost());
-        model = std::make_unique<SessionViewModel>();
-        return true;
-    }
-
-    bool start()
-    {
-        model->setEmail(DevService::demoEmail());
-        model->setPassword(DevService::demoPassword());
-        model->login();
-        if (!waitUntil([&] { return model->hasStoredToken() && !model->isAuthenticating(); }, 10000))
-            return false;
-        model->setClientName(QStringLiteral("Benchmark"));
-        const QUrl url = QUrl::fromLocalFile(folder.path());
-        model->setFolderChooser([url](const QString &) { return std::optional(url); });
-        model->pickFolder();
-        model->startSession();
-        return waitUntil([&] { return model->state() == AppState::recording; }, 10000);
-    }
-};
 
 int makePhoto(const QString &path, int width, int height)
 {

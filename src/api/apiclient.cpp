@@ -180,7 +180,8 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
     co_await reply.get();
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    QByteArray replyBody = reply->readAll();
+    // An aborted reply (a request given up on a dead connection) is closed, with nothing to read.
+    QByteArray replyBody = reply->isOpen() ? reply->readAll() : QByteArray();
     // Qt wanted to send the request again before the whole reply had come: the connection
     // closed. (After a whole 307 or 308 reply it rewinds the body too, in case the redirect is
     // followed; that reply is judged by its status like any other.)

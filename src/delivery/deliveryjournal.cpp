@@ -27,13 +27,14 @@ constexpr qint64 keepDeliveredMs = qint64(30) * 24 * 3600 * 1000;
 const QString photoColumns = QStringLiteral(
     "p.id, p.folder_id, s.slug, s.client_name, p.path, p.size, p.modified_ms, p.preview_url, "
     "p.preview_key, p.preview_bucket, p.registration_sent, p.preview_registered_at, "
-    "p.original_stored_at, p.refusal, p.original_presign");
+    "p.original_stored_at, p.refusal, p.original_presign, p.original_resend");
 
 } // namespace
 
 PhotoDelivery JournalPhoto::delivery() const
 {
-    return {id, fileURL, storedPreview, registrationSent, previewRegistered, originalPresign};
+    return {id,           fileURL,         storedPreview, registrationSent, previewRegistered,
+            originalPresign, originalResend};
 }
 
 QString DeliveryJournal::defaultPath()
@@ -96,7 +97,10 @@ bool DeliveryJournal::open(const QString &path)
             "handed_at INTEGER NOT NULL, "
             "preview_url TEXT, preview_key TEXT, preview_bucket TEXT, "
             "registration_sent INTEGER NOT NULL DEFAULT 0, preview_registered_at INTEGER, "
-            "original_presign BLOB, original_stored_at INTEGER, refusal TEXT, "
+            "preview_size INTEGER, preview_modified_ms INTEGER, "
+            "original_size INTEGER, original_modified_ms INTEGER, "
+            "original_presign BLOB, original_stored_at INTEGER, "
+            "original_resend INTEGER NOT NULL DEFAULT 0, refusal TEXT, "
             "refused_at INTEGER)")) &&
         exec(QStringLiteral("DELETE FROM photos WHERE original_stored_at < ?"),
              {now() - keepDeliveredMs});
@@ -154,6 +158,43 @@ qint64 DeliveryJournal::addPhoto(qint64 folderId, const QUrl &fileURL, qint64 si
         return 0;
     }
     return query.lastInsertId().toLongLong();
+}
+
+namespace {
+QVariant sizeOf(const std::optional<FileStamp> &taken)
+{
+    return taken ? QVariant(taken->size) : QVariant();
+}
+QVariant modifiedMsOf(const std::optional<FileStamp> &taken)
+{
+    return taken ? QVariant(taken->modifiedNanoseconds / 1000000) : QVariant();
+}
+} // namespace
+
+void DeliveryJournal::setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken)
+{
+    exec(QStringLiteral("UPDATE photos SET preview_size = ?, preview_modified_ms = ? WHERE id = ?"),
+         {sizeOf(taken), modifiedMsOf(taken), photo});
+}
+
+void DeliveryJournal::setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken)
+{
+    exec(QStringLiteral("UPDATE photos SET original_size = ?, original_modified_ms = ? "
+                        "WHERE id = ?"),
+         {sizeOf(taken), modifiedMsOf(taken), photo});
+}
+
+void DeliveryJournal::setRefusalLifted(qint64 photo)
+{
+    exec(QStringLiteral("UPDATE photos SET refusal = NULL, refused_at = NULL WHERE id = ?"),
+         {photo});
+}
+
+void DeliveryJournal::setOriginalResend(qint64 photo)
+{
+    exec(QStringLiteral("UPDATE photos SET original_stored_at = NULL, original_resend = 1 "
+                        "WHERE id = ?"),
+         {photo});
 }
 
 void DeliveryJournal::setPreviewStored(qint64 photo, const StoredPreview &preview)
@@ -227,6 +268,7 @@ QList<JournalPhoto> DeliveryJournal::select(const QString &condition,
         photo.originalStored = !query.value(12).isNull();
         if (!query.value(13).isNull())
             photo.refusal = query.value(13).toString();
+        photo.originalResend = query.value(15).toBool();
         if (!query.value(14).isNull()) {
             // A permission that no longer reads is simply not reused.
             try {

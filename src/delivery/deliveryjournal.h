@@ -23,6 +23,7 @@ struct JournalPhoto {
     bool previewRegistered = false;
     std::optional<PresignResponse> originalPresign;
     bool originalStored = false;
+    bool originalResend = false;
     std::optional<QString> refusal; // set when a refusal that will not change ended it
 
     PhotoDelivery delivery() const;
@@ -53,12 +54,18 @@ public:
     void recordSession(qint64 folderId, const QString &slug, const QString &clientName);
     // The photo's number; 0 when the journal could not write it down.
     qint64 addPhoto(qint64 folderId, const QUrl &fileURL, qint64 size, qint64 modifiedMs);
+    void setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken);
+    void setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken);
     void setPreviewStored(qint64 photo, const StoredPreview &preview);
     void setRegistrationSent(qint64 photo);
     void setPreviewRegistered(qint64 photo);
     void setOriginalPresign(qint64 photo, const PresignResponse &presign);
     void setOriginalStored(qint64 photo);
     void setRefused(qint64 photo, const QString &reason);
+    // The file changed after an attempt took it: a refused photo is owed again, a stored
+    // original goes again.
+    void setRefusalLifted(qint64 photo);
+    void setOriginalResend(qint64 photo);
 
     std::optional<JournalPhoto> photo(qint64 id) const;
     // Every photo whose original is not stored yet and that nothing refused, oldest first.

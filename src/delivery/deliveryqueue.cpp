@@ -5,6 +5,7 @@
 #include "connectivitywatch.h"
 #include "deliveryjournal.h"
 #include "journalledger.h"
+#include "settlewatch.h"
 #include "uploadmanager.h"
 
 #include <QCoroTask>
@@ -18,6 +19,7 @@ DeliveryQueue::DeliveryQueue(QObject *parent)
     , m_journal(std::make_shared<DeliveryJournal>())
     , m_api(APIClient::shared())
     , m_connectivity(new ConnectivityWatch(this))
+    , m_settling(new SettleWatch(this))
 {
     m_journal->open(DeliveryJournal::defaultPath());
     m_ledger = std::make_shared<JournalLedger>(m_journal, this);
@@ -29,6 +31,7 @@ DeliveryQueue::DeliveryQueue(QObject *parent)
     m_stallCheck.setInterval(probeInterval);
     connect(&m_stallCheck, &QTimer::timeout, this, &DeliveryQueue::watchForStalls);
 
+    connect(m_settling, &SettleWatch::changedAndSettled, this, &DeliveryQueue::takeAgain);
     connect(m_connectivity, &ConnectivityWatch::networkMayBeBack, this, [this] {
         if (m_owed.empty())
             return;
@@ -135,11 +138,14 @@ QVariant DeliveryQueue::notice() const
 
 QVariant DeliveryQueue::refusedNotice() const
 {
-    if (m_refused.isEmpty())
+    if (m_refused.empty())
         return {};
-    QString names = m_refused.mid(0, namesListed).join(QStringLiteral(", "));
-    if (m_refused.size() > namesListed)
-        names += QStringLiteral(" y %1 más").arg(m_refused.size() - namesListed);
+    QStringList listed;
+    for (const auto &[photo, name] : m_refused)
+        listed << name;
+    QString names = listed.mid(0, namesListed).join(QStringLiteral(", "));
+    if (listed.size() > namesListed)
+        names += QStringLiteral(" y %1 más").arg(listed.size() - namesListed);
     return QStringLiteral("No se pudo enviar: ") + names;
 }
 
@@ -159,6 +165,29 @@ void DeliveryQueue::photoHandedOver(qint64 photo, qint64 folderId, const QUrl &f
     Q_EMIT changed();
 }
 
+void DeliveryQueue::fileTaken(qint64 photo, const std::optional<FileStamp> &taken)
+{
+    m_taken[photo] = taken;
+}
+
+void DeliveryQueue::takeAgain(qint64 photo)
+{
+    const std::optional<JournalPhoto> written = m_journal->photo(photo);
+    if (!written || m_owed.contains(photo))
+        return;
+    if (written->refusal) {
+        m_journal->setRefusalLifted(photo);
+        m_refused.erase(photo);
+    } else if (written->originalStored) {
+        m_journal->setOriginalResend(photo);
+    } else {
+        return;
+    }
+    m_owed[photo] = OwedPhoto{written->folderId, written->fileURL, false, true, m_signInEpoch};
+    Q_EMIT changed();
+    retryNow();
+}
+
 void DeliveryQueue::serviceAnswered()
 {
     m_schedule.reset();
@@ -175,6 +204,12 @@ void DeliveryQueue::serviceAnswered()
 
 void DeliveryQueue::photoDelivered(qint64 photo)
 {
+    const auto found = m_owed.find(photo);
+    // The file may still be arriving (a transfer that stalled): the original goes again if it
+    // changes after it was read.
+    if (found != m_owed.end())
+        m_settling->watch(photo, found->second.fileURL.toLocalFile(), m_taken[photo]);
+    m_taken.erase(photo);
     m_owed.erase(photo);
     serviceAnswered();
     if (m_reason == Reason::sending && waitingCount() == 0)
@@ -190,7 +225,13 @@ void DeliveryQueue::attemptFailed(qint64 photo, const AttemptFailure &failure)
     OwedPhoto &owed = found->second;
     owed.inFlight = false;
     if (!failure.passes()) {
-        m_refused.append(owed.fileURL.fileName());
+        m_refused[photo] = owed.fileURL.fileName();
+        // A file that could not be read or decoded may be one still being written: it gets
+        // another attempt once it has changed and settled.
+        if (failure.kind == AttemptFailure::Kind::undecodable ||
+            failure.kind == AttemptFailure::Kind::unreadable)
+            m_settling->watch(photo, owed.fileURL.toLocalFile(), m_taken[photo]);
+        m_taken.erase(photo);
         m_owed.erase(found);
         Q_EMIT changed();
         return;

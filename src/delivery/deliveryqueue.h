@@ -2,6 +2,7 @@
 #pragma once
 
 #include "attemptfailure.h"
+#include "filestamp.h"
 #include "retryschedule.h"
 
 #include <QHash>
@@ -20,6 +21,7 @@ class APIClient;
 class ConnectivityWatch;
 class DeliveryJournal;
 class JournalLedger;
+class SettleWatch;
 class UploadManager;
 
 // The layer above one attempt: every photo handed over is owed until its original is stored,
@@ -74,6 +76,7 @@ public:
 
     // From the ledger.
     void photoHandedOver(qint64 photo, qint64 folderId, const QUrl &fileURL);
+    void fileTaken(qint64 photo, const std::optional<FileStamp> &taken);
     void serviceAnswered();
     void photoDelivered(qint64 photo);
     void attemptFailed(qint64 photo, const AttemptFailure &failure);
@@ -100,13 +103,18 @@ private:
     void probeAnswered(bool answered);
     void watchForStalls();
     void setReason(Reason reason);
+    // The photo's file changed after an attempt took it and is quiet again: another attempt.
+    void takeAgain(qint64 photo);
 
     std::shared_ptr<DeliveryJournal> m_journal;
     std::shared_ptr<JournalLedger> m_ledger;
     APIClient &m_api;
     ConnectivityWatch *m_connectivity;
+    SettleWatch *m_settling;
     std::map<qint64, OwedPhoto> m_owed;
-    QStringList m_refused;
+    std::map<qint64, QString> m_refused; // by photo, its file name
+    // How each photo's file was when an attempt last took it, for the settle watch.
+    std::map<qint64, std::optional<FileStamp>> m_taken;
     QPointer<UploadManager> m_current;
     qint64 m_currentFolderId = 0;
     // Managers of earlier sessions that still owe photos; their counters are nobody's.

@@ -22,6 +22,20 @@ qint64 JournalLedger::handedOver(qint64 folderId, const QUrl &fileURL)
     return photo;
 }
 
+void JournalLedger::previewMade(qint64 photo, const std::optional<FileStamp> &taken)
+{
+    m_journal->setPreviewMade(photo, taken);
+    if (m_queue)
+        m_queue->fileTaken(photo, taken);
+}
+
+void JournalLedger::originalRead(qint64 photo, const std::optional<FileStamp> &taken)
+{
+    m_journal->setOriginalRead(photo, taken);
+    if (m_queue)
+        m_queue->fileTaken(photo, taken);
+}
+
 void JournalLedger::previewStored(qint64 photo, const StoredPreview &preview)
 {
     m_journal->setPreviewStored(photo, preview);

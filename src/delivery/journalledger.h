@@ -17,6 +17,8 @@ public:
     JournalLedger(std::shared_ptr<DeliveryJournal> journal, DeliveryQueue *queue);
 
     qint64 handedOver(qint64 folderId, const QUrl &fileURL) override;
+    void previewMade(qint64 photo, const std::optional<FileStamp> &taken) override;
+    void originalRead(qint64 photo, const std::optional<FileStamp> &taken) override;
     void previewStored(qint64 photo, const StoredPreview &preview) override;
     void registrationSent(qint64 photo) override;
     void previewRegistered(qint64 photo) override;

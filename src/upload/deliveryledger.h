@@ -2,6 +2,7 @@
 #pragma once
 
 #include "attemptfailure.h"
+#include "filestamp.h"
 #include "presignresponse.h"
 
 #include <QString>
@@ -28,6 +29,9 @@ struct PhotoDelivery {
     // The original's upload permission from an earlier attempt: sent again to the same key, an
     // original whose first upload did arrive is stored once, not twice.
     std::optional<PresignResponse> originalPresign;
+    // The original is stored already, but its file changed after it was read: it goes again,
+    // and counts once.
+    bool originalResend = false;
 };
 
 // What the jobs of one photo tell the layer above the attempts, step by step, so that nothing
@@ -39,6 +43,10 @@ public:
 
     // Before the photo's first request; gives the photo's number.
     virtual qint64 handedOver(qint64 folderId, const QUrl &fileURL) = 0;
+    // The file as the preview was made of it, and as the original was about to be read: a
+    // file still being written then is looked at again.
+    virtual void previewMade(qint64 photo, const std::optional<FileStamp> &taken) = 0;
+    virtual void originalRead(qint64 photo, const std::optional<FileStamp> &taken) = 0;
     virtual void previewStored(qint64 photo, const StoredPreview &preview) = 0;
     virtual void registrationSent(qint64 photo) = 0;
     virtual void previewRegistered(qint64 photo) = 0;

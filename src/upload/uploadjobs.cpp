@@ -50,8 +50,11 @@ QCoro::Task<std::optional<StoredPreview>> UploadJobs::storePreview(UploadJobCont
 {
     // Each awaited operation is made in a statement of its own: GCC 12 mishandles the
     // lifetime of non-trivial temporaries inside a co_await expression.
+    const std::optional<FileStamp> taken = FileStamp::of(context.fileURL.toLocalFile());
     QCoro::Task<std::optional<QByteArray>> making = context.previews->make(context.fileURL);
     const std::optional<QByteArray> preview = co_await making;
+    if (context.ledger)
+        context.ledger->previewMade(context.delivery.photo, taken);
     if (!preview)
         co_return std::nullopt;
 
@@ -131,6 +134,10 @@ QCoro::Task<UploadJobs::OriginalAttempt> UploadJobs::tryUploadOriginal(UploadJob
     // machine can take them.
     QCoro::Task<> givingWay = context.previews->caughtUp();
     co_await givingWay;
+    // Taken before the bytes: a file that changes while it is read no longer matches it.
+    if (context.ledger)
+        context.ledger->originalRead(context.delivery.photo,
+                                     FileStamp::of(context.fileURL.toLocalFile()));
     QFuture<std::optional<QByteArray>> reading =
         QtConcurrent::task([path = context.fileURL.toLocalFile()] { return readWholeFile(path); })
             .onThreadPool(*QThreadPool::globalInstance())
@@ -183,7 +190,8 @@ QCoro::Task<> UploadJobs::runOriginalJob(UploadJobContext context)
         attempt = co_await secondAttempt;
     }
     if (attempt.outcome == Attempt::stored) {
-        if (context.manager)
+        // A file sent again because it changed after it was stored is one original still.
+        if (context.manager && !context.delivery.originalResend)
             context.manager->recordOriginalUploaded();
         if (context.ledger)
             context.ledger->originalStored(context.delivery.photo);
