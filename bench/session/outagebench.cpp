@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
-// A live session through a network outage: photos shot one a second while the link goes away
-// for a while, and what reached the client once it came back. Runs inside a network namespace
-// of its own (run-outage-bench), where it takes its own loopback down, or shapes it to a black
-// hole, while the shoot goes on.
+// A live session through trouble: photos shot one a second while the link goes away for a
+// while, or while the camera's transfers stall halfway; what reached the client, how often, and
+// how late. The outages run inside a network namespace of its own (run-outage-bench), where the
+// benchmark takes its own loopback down, or shapes it to a black hole, while the shoot goes on.
 //
 //   outage_bench --photo FILE [--count 30] --outage down|blackhole --after 5 --seconds 20
 //                --link "rate 20mbit burst 32kb latency 1s"
+//   outage_bench --photo FILE [--count 30] --stall 3      each file written half, then the rest
+//                                                         3 s later
 #include "benchsession.h"
 #include "deliveryqueue.h"
 #include "storedfiles.h"
@@ -18,6 +20,7 @@
 #include <QProcess>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <thread>
 
@@ -51,15 +54,18 @@ int main(int argc, char *argv[])
                         {QStringLiteral("outage"), QStringLiteral("down or blackhole"), QStringLiteral("kind")},
                         {QStringLiteral("after"), QStringLiteral("seconds into the shoot"), QStringLiteral("s"), QStringLiteral("5")},
                         {QStringLiteral("seconds"), QStringLiteral("how long it lasts"), QStringLiteral("s"), QStringLiteral("20")},
-                        {QStringLiteral("link"), QStringLiteral("tbf settings of the working link"), QStringLiteral("tbf")}});
+                        {QStringLiteral("link"), QStringLiteral("tbf settings of the working link"), QStringLiteral("tbf")},
+                        {QStringLiteral("stall"), QStringLiteral("seconds each transfer stalls halfway"), QStringLiteral("s"), QStringLiteral("0")}});
     options.process(application);
     const int count = options.value(QStringLiteral("count")).toInt();
     const QString kind = options.value(QStringLiteral("outage"));
     const QString link = options.value(QStringLiteral("link"));
     const qint64 afterMs = options.value(QStringLiteral("after")).toLongLong() * 1000;
     const qint64 lastsMs = options.value(QStringLiteral("seconds")).toLongLong() * 1000;
+    const qint64 stallMs = options.value(QStringLiteral("stall")).toLongLong() * 1000;
+    const bool outage = kind == QLatin1String("down") || kind == QLatin1String("blackhole");
     QFile source(options.value(QStringLiteral("photo")));
-    if (!source.open(QIODevice::ReadOnly) || (kind != QLatin1String("down") && kind != QLatin1String("blackhole")))
+    if (!source.open(QIODevice::ReadOnly) || (!outage && stallMs == 0))
         return 2;
     const QByteArray photo = source.readAll();
     const QString goesAway = kind == QLatin1String("down")
@@ -74,22 +80,48 @@ int main(int argc, char *argv[])
         return 1;
     const QString folder = session.folder.path();
     const qint64 startedAt = QDateTime::currentMSecsSinceEpoch();
+    // Each photo as the camera's transfer writes it: whole, or its first half and, after the
+    // stall, the rest. The last write of each is kept for the latency figure.
+    std::vector<std::atomic<qint64>> lastWrite(static_cast<size_t>(count));
     std::thread camera([&] {
+        struct Write {
+            qint64 at;
+            int photo;
+            bool rest;
+        };
+        std::vector<Write> writes;
         for (int i = 0; i < count; ++i) {
-            std::this_thread::sleep_until(std::chrono::system_clock::time_point(
-                std::chrono::milliseconds(startedAt + i * 1000)));
-            QFile file(QStringLiteral("%1/IMG_%2.JPG").arg(folder).arg(i, 4, 10, QLatin1Char('0')));
-            if (file.open(QIODevice::WriteOnly))
-                file.write(photo);
+            writes.push_back({startedAt + i * 1000, i, stallMs == 0});
+            if (stallMs > 0)
+                writes.push_back({startedAt + i * 1000 + stallMs, i, true});
+        }
+        std::stable_sort(writes.begin(), writes.end(),
+                         [](const Write &a, const Write &b) { return a.at < b.at; });
+        const qsizetype half = photo.size() / 2;
+        for (const Write &write : writes) {
+            std::this_thread::sleep_until(
+                std::chrono::system_clock::time_point(std::chrono::milliseconds(write.at)));
+            QFile file(QStringLiteral("%1/IMG_%2.JPG").arg(folder).arg(write.photo, 4, 10, QLatin1Char('0')));
+            const bool whole = stallMs == 0;
+            if (!file.open(whole || !write.rest ? QIODevice::WriteOnly : QIODevice::Append))
+                continue;
+            file.write(whole ? photo : write.rest ? photo.mid(half) : photo.left(half));
+            file.close();
+            lastWrite[size_t(write.photo)] = QDateTime::currentMSecsSinceEpoch();
         }
     });
 
-    waitUntil([&] { return QDateTime::currentMSecsSinceEpoch() - startedAt >= afterMs; }, int(afterMs) + 1000);
-    const bool away = run(goesAway);
-    waitUntil([&] { return QDateTime::currentMSecsSinceEpoch() - startedAt >= afterMs + lastsMs; },
-              int(lastsMs) + 1000);
-    const bool back = run(comesBack);
-    const qint64 returnedAt = QDateTime::currentMSecsSinceEpoch();
+    bool away = true;
+    bool back = true;
+    qint64 returnedAt = startedAt;
+    if (outage) {
+        waitUntil([&] { return QDateTime::currentMSecsSinceEpoch() - startedAt >= afterMs; }, int(afterMs) + 1000);
+        away = run(goesAway);
+        waitUntil([&] { return QDateTime::currentMSecsSinceEpoch() - startedAt >= afterMs + lastsMs; },
+                  int(lastsMs) + 1000);
+        back = run(comesBack);
+        returnedAt = QDateTime::currentMSecsSinceEpoch();
+    }
     camera.join();
 
     UploadManager *manager = session.model->uploadManager();
@@ -113,7 +145,9 @@ int main(int argc, char *argv[])
     int duplicates = 0;
     int originals = 0;
     int duplicateOriginals = 0;
+    int finalOriginals = 0;
     std::vector<qint64> sinceReturn;
+    std::vector<qint64> sinceLastWrite;
     for (int i = 0; i < count; ++i) {
         const QString name = QStringLiteral("IMG_%1.JPG").arg(i, 4, 10, QLatin1Char('0'));
         const int times = store.registeredCount(folderId, name);
@@ -122,21 +156,35 @@ int main(int argc, char *argv[])
         const int stored = store.storedCount(name);
         originals += stored > 0 ? 1 : 0;
         duplicateOriginals += std::max(0, stored - 1);
+        finalOriginals += store.objectNamed(name) == photo ? 1 : 0;
     }
     for (const DevService::RegisteredFile &file : registered) {
         const qint64 at = QDateTime::fromString(file.registeredAt, Qt::ISODateWithMs).toMSecsSinceEpoch();
-        if (at > returnedAt)
+        if (outage && at > returnedAt)
             sinceReturn.push_back(at - returnedAt);
+        const int index = file.key.section(QLatin1Char('_'), -1).section(QLatin1Char('.'), 0, 0).toInt();
+        if (index >= 0 && index < count)
+            sinceLastWrite.push_back(at - lastWrite[size_t(index)]);
     }
-    std::printf("outage: %s for %lld s, %lld s into a shoot of %d photos, one a second (%s, %s)\n",
-                qPrintable(kind), lastsMs / 1000, afterMs / 1000, count, away ? "went" : "NOT applied",
-                back ? "came back" : "NOT restored");
+    if (outage)
+        std::printf("outage: %s for %lld s, %lld s into a shoot of %d photos, one a second (%s, %s)\n",
+                    qPrintable(kind), lastsMs / 1000, afterMs / 1000, count,
+                    away ? "went" : "NOT applied", back ? "came back" : "NOT restored");
+    else
+        std::printf("%d photos, one a second, each transfer stalling %lld s halfway\n", count,
+                    stallMs / 1000);
     std::printf("previews registered: %d/%d, duplicate registrations: %d\n", previews, count, duplicates);
-    std::printf("originals stored: %d/%d, stored more than once: %d\n", originals, count, duplicateOriginals);
-    std::printf("previews registered after the link came back: %zu; from its return to each: "
-                "median %lld ms, p95 %lld ms, last %lld ms\n",
-                sinceReturn.size(), percentile(sinceReturn, 0.5), percentile(sinceReturn, 0.95),
-                sinceReturn.empty() ? -1 : *std::max_element(sinceReturn.begin(), sinceReturn.end()));
+    std::printf("originals stored: %d/%d (equal to the final file: %d), stored more than once: %d\n",
+                originals, count, finalOriginals, duplicateOriginals);
+    if (outage)
+        std::printf("previews registered after the link came back: %zu; from its return to each: "
+                    "median %lld ms, p95 %lld ms, last %lld ms\n",
+                    sinceReturn.size(), percentile(sinceReturn, 0.5), percentile(sinceReturn, 0.95),
+                    sinceReturn.empty() ? -1 : *std::max_element(sinceReturn.begin(), sinceReturn.end()));
+    std::printf("from each file's last write to its preview registered: median %lld ms, p95 %lld ms, "
+                "max %lld ms\n",
+                percentile(sinceLastWrite, 0.5), percentile(sinceLastWrite, 0.95),
+                sinceLastWrite.empty() ? -1 : *std::max_element(sinceLastWrite.begin(), sinceLastWrite.end()));
     const QVariant notice = session.model->deliveryNotice();
     std::printf("still waiting at the end: %s\n", notice.isValid() ? qPrintable(notice.toString()) : "nothing");
     return 0;

@@ -132,6 +132,21 @@ Item {
             compare(Harness.viewModel.uploadManager.uploadedCount, 1)
         }
 
+        function test_aPhotoTheServiceTurnsAwayWaitsAndSaysSo() {
+            const screen = makeScreen()
+            const line = findChild(screen, "deliveryLine")
+            verify(!line.visible)
+            // Refused once with a 503: it waits, is said to, and goes on the next try.
+            verify(Harness.refuseNext("presign", 503))
+            verify(Harness.dropPhoto("IMG_0503.JPG"))
+            tryVerify(() => line.visible, 20000)
+            verify(line.text.startsWith("1 foto en espera — "), line.text)
+            compare(line.color, Theme.orange)
+            const counter = findChild(screen, "uploadedCounter")
+            tryCompare(counter, "text", "1", 30000)
+            tryVerify(() => !line.visible, 30000)
+        }
+
         function test_fiveDigitCountsInFullWithSteadyDigits() {
             const standIn = createTemporaryObject(standInType, root)
             const screen = makeScreen({ uploadManager: standIn })
