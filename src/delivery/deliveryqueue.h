@@ -40,8 +40,8 @@ public:
     enum class Reason { none, sending, offline, serviceTrouble, signInNeeded };
     Q_ENUM(Reason)
 
-    static constexpr std::chrono::milliseconds probeInterval{2000};
-    static constexpr std::chrono::milliseconds probeTimeout{4000};
+    static constexpr std::chrono::milliseconds probeInterval{1000};
+    static constexpr std::chrono::milliseconds probeTimeout{3000};
     // A reply that moves nothing for this long, while a fresh connection to the service gets an
     // answer, is on a dead connection.
     static constexpr std::chrono::milliseconds stallLimit{15000};
