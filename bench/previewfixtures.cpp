@@ -2,9 +2,13 @@
 // preview_fixtures [--memory] <folder>
 // Writes the photographs the preview benchmark runs on: camera-like JPEGs of 24 and 45 MP and
 // a portrait, the 24 MP picture as 16-bit TIFF and as PNG, and two 24 MP DNGs, one embedding
-// the same full-size JPEG (as modern cameras do) and one with only a thumbnail.
+// the same full-size JPEG (as modern cameras do) and one with only a thumbnail; and the 24 MP
+// scene as a camera set to Adobe RGB writes it: a JPEG with the Adobe RGB profile, and a DNG
+// whose full-size JPEG has no profile while the DNG's Exif says Adobe RGB.
 // With --memory, the photographs whose peak memory bench/run-memory-peaks measures instead: the
 // largest of each kind the program must take in its stride.
+#include "colourreference.h"
+#include "exifwriter.h"
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "rawdngwriter.h"
@@ -108,5 +112,15 @@ int main(int argc, char **argv) {
                                                               photo24.scaled(256, 171), jpeg24));
     ok &= report(at("dng-bayer-24mp.dng"),
                  RawDngWriter::write(at("dng-bayer-24mp.dng"), photo24, photo24.scaled(256, 171)));
+
+    const QByteArray adobe = ColourReference::adobeRgbProfile();
+    const QImage adobe24 = ColourReference::convert(photo24, ColourReference::srgbProfile(), adobe);
+    const QByteArray adobeJpeg24 = PhotoFiles::encodeJpeg(adobe24, cameraQuality);
+    ok &= report(at("jpeg-adobe-24mp.jpg"),
+                 PhotoFiles::writeFile(at("jpeg-adobe-24mp.jpg"),
+                                       ExifWriter::withIccProfile(adobeJpeg24, adobe)));
+    ok &= report(at("dng-adobe-jpeg-24mp.dng"),
+                 RawDngWriter::write(at("dng-adobe-jpeg-24mp.dng"), photo24,
+                                     photo24.scaled(256, 171), adobeJpeg24, 1, {.adobeRgb = true}));
     return ok ? 0 : 1;
 }

@@ -74,12 +74,22 @@ struct SrgbConverter::Transform {
 SrgbConverter::SrgbConverter(std::shared_ptr<Transform> transform)
     : m_transform(std::move(transform)) {}
 
+SrgbConverter::SrgbConverter(MatrixShaperTables tables)
+    : m_tables(std::move(tables)) {}
+
 std::optional<SrgbConverter> SrgbConverter::forPhoto(const PhotoMetadata &metadata) {
     if (metadata.iccProfile.isEmpty() && !metadata.adobeRgb)
         return std::nullopt;
     const Profile source = sourceProfile(metadata);
+    if (!source)
+        return std::nullopt;
+    if (std::optional<MatrixShaperTables> tables = MatrixShaperTables::of(source.get())) {
+        if (tables->isIdentity())
+            return std::nullopt;
+        return SrgbConverter(std::move(*tables));
+    }
     const Profile srgb(cmsCreate_sRGBProfile());
-    if (!source || !srgb)
+    if (!srgb)
         return std::nullopt;
     // Relative colorimetric, as browsers apply a profile: colours sRGB holds stay exactly what
     // they are, the rest are clipped to its gamut.
@@ -94,6 +104,10 @@ std::optional<SrgbConverter> SrgbConverter::forPhoto(const PhotoMetadata &metada
 }
 
 void SrgbConverter::convert(std::uint8_t *rgb, std::size_t pixels) const {
+    if (m_tables) {
+        m_tables->convert(rgb, pixels);
+        return;
+    }
     // Little CMS reads each pixel before it writes it, so the buffer may be both; its count
     // is 32 bits wide, so the work goes in bounded runs.
     constexpr std::size_t run = 1 << 20;
