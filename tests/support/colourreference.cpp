@@ -61,6 +61,39 @@ QByteArray ColourReference::proPhotoProfile() {
                             cmsBuildGamma(nullptr, 1.8)));
 }
 
+QByteArray ColourReference::adobeRgbLookupProfile() {
+    const QByteArray adobe = adobeRgbProfile();
+    const Profile source = opened(adobe);
+    const Profile lab(cmsCreateLab4Profile(nullptr));
+    cmsHTRANSFORM toLab = cmsCreateTransform(source.get(), TYPE_RGB_16, lab.get(), TYPE_Lab_16,
+                                             INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOOPTIMIZE);
+    if (toLab == nullptr)
+        return {};
+    constexpr cmsUInt32Number gridPoints = 33;
+    cmsStage *table = cmsStageAllocCLut16bit(nullptr, gridPoints, 3, 3, nullptr);
+    const auto sample = [](const cmsUInt16Number in[], cmsUInt16Number out[], void *cargo) {
+        cmsDoTransform(static_cast<cmsHTRANSFORM>(cargo), in, out, 1);
+        return int(TRUE);
+    };
+    cmsStageSampleCLut16bit(table, sample, toLab, 0);
+    cmsDeleteTransform(toLab);
+    // lutAtoBType wants curves on both sides of its table: identities here.
+    cmsPipeline *pipeline = cmsPipelineAlloc(nullptr, 3, 3);
+    cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, nullptr));
+    cmsPipelineInsertStage(pipeline, cmsAT_END, table);
+    cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, nullptr));
+    Profile profile(cmsCreateProfilePlaceholder(nullptr));
+    cmsSetProfileVersion(profile.get(), 4.3);
+    cmsSetDeviceClass(profile.get(), cmsSigInputClass);
+    cmsSetColorSpace(profile.get(), cmsSigRgbData);
+    cmsSetPCS(profile.get(), cmsSigLabData);
+    cmsWriteTag(profile.get(), cmsSigMediaWhitePointTag, cmsD50_XYZ());
+    cmsWriteTag(profile.get(), cmsSigAToB0Tag, pipeline);
+    cmsWriteTag(profile.get(), cmsSigAToB1Tag, pipeline);
+    cmsPipelineFree(pipeline);
+    return saved(profile);
+}
+
 QImage ColourReference::convert(const QImage &rgb, const QByteArray &from, const QByteArray &to) {
     const QImage source = rgb.convertToFormat(QImage::Format_RGB888);
     const Profile in = opened(from);

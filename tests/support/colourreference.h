@@ -14,6 +14,9 @@ public:
     // Wide-gamut spaces: Display P3 (D65, the sRGB curve) and ProPhoto RGB (D50, gamma 1.8).
     static QByteArray displayP3Profile();
     static QByteArray proPhotoProfile();
+    // Adobe RGB as a camera maker's profile often has it: a lookup table from the camera's
+    // values to CIELAB (A2B0 and A2B1), no matrix or curves.
+    static QByteArray adobeRgbLookupProfile();
 
     // An RGB888 picture's values taken in one space, given in another (relative colorimetric,
     // out-of-gamut colours clipped); a null image when a profile cannot be read.
