@@ -62,7 +62,8 @@ bool convertPlanes(JpegPlanes &planes, const SrgbConverter &converter) {
 
 std::optional<QByteArray> PreviewEncoder::fromPlanes(JpegPlanes &planes,
                                                      const PhotoMetadata &metadata) {
-    // A grey picture has no colours to convert; its profile's curve is left alone too.
+    // Grey planes keep their values: only RGB profiles are applied, and a grey picture's
+    // profile is a grey one.
     if (planes.planeCount() == 3) {
         if (const std::optional<SrgbConverter> converter = SrgbConverter::forPhoto(metadata);
             converter && !convertPlanes(planes, *converter))

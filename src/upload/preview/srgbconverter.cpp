@@ -35,8 +35,8 @@ Profile sourceProfile(const PhotoMetadata &metadata) {
         if (profile && cmsGetColorSpace(profile.get()) == cmsSigRgbData &&
             cmsIsIntentSupported(profile.get(), INTENT_RELATIVE_COLORIMETRIC, LCMS_USED_AS_INPUT))
             return profile;
-        return {};
     }
+    // An unusable profile is as good as none: the EXIF mark, if any, still says what it knows.
     return metadata.adobeRgb ? adobeRgb() : Profile();
 }
 
