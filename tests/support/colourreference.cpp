@@ -101,9 +101,9 @@ QImage ColourReference::convert(const QImage &rgb, const QByteArray &from, const
     if (!in || !out)
         return {};
     // No optimisation: the reference takes the exact pipeline, not the 8-bit shortcuts.
-    cmsHTRANSFORM transform = cmsCreateTransform(in.get(), TYPE_RGB_8, out.get(), TYPE_RGB_8,
-                                                 INTENT_RELATIVE_COLORIMETRIC,
-                                                 cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE);
+    cmsHTRANSFORM transform =
+        cmsCreateTransform(in.get(), TYPE_RGB_8, out.get(), TYPE_RGB_8,
+                           INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE);
     if (transform == nullptr)
         return {};
     QImage result(source.size(), QImage::Format_RGB888);

@@ -16,7 +16,7 @@ struct Entry {
     quint16 tag;
     quint16 type;
     quint32 count;
-    QByteArray value; // already in the file's byte order
+    QByteArray value;  // already in the file's byte order
     int pointsTo = -1; // index of a directory whose offset is the value
 };
 
@@ -132,9 +132,8 @@ QByteArray ExifWriter::littleEndianExifDirectory(const Fields &fields, quint32 a
 QByteArray ExifWriter::withExif(const QByteArray &jpeg, const Fields &fields) {
     const QByteArray tiff = tiffBlock(fields);
     const Bytes bytes(true);
-    const QByteArray app1 =
-        QByteArray("\xFF\xE1", 2) + bytes.u16(quint32(2 + 6 + tiff.size())) +
-        QByteArray("Exif\0\0", 6) + tiff;
+    const QByteArray app1 = QByteArray("\xFF\xE1", 2) + bytes.u16(quint32(2 + 6 + tiff.size())) +
+                            QByteArray("Exif\0\0", 6) + tiff;
     return jpeg.left(2) + app1 + jpeg.mid(2);
 }
 
@@ -156,7 +155,9 @@ bool ExifWriter::appendExifToTiff(const QString &path, const Fields &fields) {
     if (!file.open(QIODevice::ReadWrite))
         return false;
     QByteArray tiff = file.readAll();
-    const auto u16 = [&](qsizetype i) { return quint32(uchar(tiff[i])) | quint32(uchar(tiff[i + 1])) << 8; };
+    const auto u16 = [&](qsizetype i) {
+        return quint32(uchar(tiff[i])) | quint32(uchar(tiff[i + 1])) << 8;
+    };
     const auto u32 = [&](qsizetype i) { return u16(i) | u16(i + 2) << 16; };
     if (tiff.size() < 8 || !tiff.startsWith("II"))
         return false;

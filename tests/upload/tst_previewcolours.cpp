@@ -60,17 +60,16 @@ QString TestPreviewColours::photoFile(const QString &format, const QString &spac
         return write(name + ".jpg",
                      ExifWriter::withIccProfile(PhotoFiles::encodeJpeg(values, 95), profile));
     if (format == "jpeg, profile in small chunks")
-        return write(name + ".jpg", ExifWriter::withIccProfile(
-                                        PhotoFiles::encodeJpeg(values, 95), profile, 100));
-    if (format == "progressive jpeg")
         return write(name + ".jpg",
-                     ExifWriter::withIccProfile(
-                         PhotoFiles::encodeJpeg(values, 95, PhotoFiles::Chroma::Subsampled420,
-                                                true),
-                         profile));
+                     ExifWriter::withIccProfile(PhotoFiles::encodeJpeg(values, 95), profile, 100));
+    if (format == "progressive jpeg")
+        return write(name + ".jpg", ExifWriter::withIccProfile(
+                                        PhotoFiles::encodeJpeg(
+                                            values, 95, PhotoFiles::Chroma::Subsampled420, true),
+                                        profile));
     if (format == "jpeg marked by EXIF alone")
-        return write(name + ".jpg", ExifWriter::withExif(PhotoFiles::encodeJpeg(values, 95),
-                                                         {.adobeRgb = true}));
+        return write(name + ".jpg",
+                     ExifWriter::withExif(PhotoFiles::encodeJpeg(values, 95), {.adobeRgb = true}));
     if (format == "16-bit tiff" || format == "8-bit tiff") {
         const QString file = path(name + ".tif");
         return PhotoFiles::writeTiff(file, {values}, format.startsWith("16") ? 16 : 8, 1, profile)
@@ -100,13 +99,18 @@ void TestPreviewColours::trueColours_data() {
         QTest::addRow("jpeg, %s", space) << "jpeg" << space;
     QTest::newRow("jpeg, profile in small chunks") << "jpeg, profile in small chunks"
                                                    << "Adobe RGB";
-    QTest::newRow("progressive jpeg") << "progressive jpeg" << "Adobe RGB";
+    QTest::newRow("progressive jpeg") << "progressive jpeg"
+                                      << "Adobe RGB";
     QTest::newRow("jpeg marked Adobe RGB by EXIF alone") << "jpeg marked by EXIF alone"
                                                          << "Adobe RGB";
-    QTest::newRow("16-bit tiff, Adobe RGB") << "16-bit tiff" << "Adobe RGB";
-    QTest::newRow("8-bit tiff, ProPhoto RGB") << "8-bit tiff" << "ProPhoto RGB";
-    QTest::newRow("png, Display P3") << "png" << "Display P3";
-    QTest::newRow("raw whose JPEG is Adobe RGB by the raw's EXIF") << "raw" << "Adobe RGB";
+    QTest::newRow("16-bit tiff, Adobe RGB") << "16-bit tiff"
+                                            << "Adobe RGB";
+    QTest::newRow("8-bit tiff, ProPhoto RGB") << "8-bit tiff"
+                                              << "ProPhoto RGB";
+    QTest::newRow("png, Display P3") << "png"
+                                     << "Display P3";
+    QTest::newRow("raw whose JPEG is Adobe RGB by the raw's EXIF") << "raw"
+                                                                   << "Adobe RGB";
 }
 
 void TestPreviewColours::trueColours() {
@@ -145,8 +149,8 @@ void TestPreviewColours::trueColours() {
 void TestPreviewColours::srgbProfileLeavesThePreviewAsItWas() {
     const QByteArray plain = PhotoFiles::encodeJpeg(scene({2400, 1600}, 72), 92);
     const std::optional<QByteArray> untagged = previewBytes(write("plain.jpg", plain));
-    const std::optional<QByteArray> tagged = previewBytes(write(
-        "srgb.jpg", ExifWriter::withIccProfile(plain, ColourReference::srgbProfile())));
+    const std::optional<QByteArray> tagged = previewBytes(
+        write("srgb.jpg", ExifWriter::withIccProfile(plain, ColourReference::srgbProfile())));
     QVERIFY(untagged && tagged);
     QCOMPARE(*tagged, *untagged);
 }

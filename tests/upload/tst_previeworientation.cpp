@@ -28,14 +28,34 @@ QImage turned(const QImage &stored, int o) {
         for (int x = 0; x < w; ++x) {
             int u = x, v = y;
             switch (o) {
-            case 2: u = w - 1 - x; break;
-            case 3: u = w - 1 - x; v = h - 1 - y; break;
-            case 4: v = h - 1 - y; break;
-            case 5: u = y; v = x; break;
-            case 6: u = h - 1 - y; v = x; break;
-            case 7: u = h - 1 - y; v = w - 1 - x; break;
-            case 8: u = y; v = w - 1 - x; break;
-            default: break;
+            case 2:
+                u = w - 1 - x;
+                break;
+            case 3:
+                u = w - 1 - x;
+                v = h - 1 - y;
+                break;
+            case 4:
+                v = h - 1 - y;
+                break;
+            case 5:
+                u = y;
+                v = x;
+                break;
+            case 6:
+                u = h - 1 - y;
+                v = x;
+                break;
+            case 7:
+                u = h - 1 - y;
+                v = w - 1 - x;
+                break;
+            case 8:
+                u = y;
+                v = w - 1 - x;
+                break;
+            default:
+                break;
             }
             std::memcpy(out.scanLine(v) + std::ptrdiff_t(u) * 3, in + std::ptrdiff_t(x) * 3, 3);
         }
@@ -110,8 +130,8 @@ QString TestPreviewOrientation::photoWith(const QString &format, int orientation
         embedded = PhotoFiles::encodeJpeg(picture, 92);
     // The JPEG's own Exif alone says how to turn it; the raw's tag says nothing.
     if (format == "raw whose JPEG alone is tagged")
-        embedded = ExifWriter::withExif(PhotoFiles::encodeJpeg(picture, 92),
-                                        {.orientation = orientation});
+        embedded =
+            ExifWriter::withExif(PhotoFiles::encodeJpeg(picture, 92), {.orientation = orientation});
     const int rawOrientation = format == "raw whose JPEG alone is tagged" ? 1 : orientation;
     return RawDngWriter::write(file, picture, picture.scaledToWidth(256), embedded, rawOrientation)
                ? file
@@ -133,7 +153,8 @@ void TestPreviewOrientation::everyOrientationIsShownUpright() {
     QFETCH(int, orientation);
     const QString file = photoWith(format, orientation);
     QVERIFY(!file.isEmpty());
-    const std::optional<QByteArray> preview = ImageResizer::createPreview(QUrl::fromLocalFile(file));
+    const std::optional<QByteArray> preview =
+        ImageResizer::createPreview(QUrl::fromLocalFile(file));
     QVERIFY(preview.has_value());
     // The stored grid and the width rule, as before.
     QCOMPARE(PhotoFiles::decodeJpeg(*preview).size(), QSize(2000, 500));
@@ -179,7 +200,8 @@ void TestPreviewOrientation::nothingElseOfTheMetadataIsKept() {
         QVERIFY(RawDngWriter::write(file, picture, picture.scaledToWidth(256), camera, 6, fields));
     }
     QVERIFY(!file.isEmpty());
-    const std::optional<QByteArray> preview = ImageResizer::createPreview(QUrl::fromLocalFile(file));
+    const std::optional<QByteArray> preview =
+        ImageResizer::createPreview(QUrl::fromLocalFile(file));
     QVERIFY(preview.has_value());
     QVERIFY(!preview->contains("Jane Q. Photographer"));
     QVERIFY(!preview->contains("QM-0042-SERIAL"));
@@ -198,7 +220,7 @@ void TestPreviewOrientation::nothingElseOfTheMetadataIsKept() {
         QCOMPARE(ifd.mid(2, 8), QByteArray("\x01\x12\0\x03\0\0\0\x01", 8)); // Orientation
         QCOMPARE(ifd.mid(10, 2), QByteArray("\0\x06", 2));
         QCOMPARE(ifd.mid(14, 4), QByteArray(4, '\0')); // no next directory: no thumbnail
-        QCOMPARE(payload.size(), 6 + 8 + 2 + 12 + 4);   // nothing hidden after it
+        QCOMPARE(payload.size(), 6 + 8 + 2 + 12 + 4);  // nothing hidden after it
     }
     QCOMPARE(exifSegments, 1);
 }

@@ -95,8 +95,8 @@ void ExifReader::readExifDirectory(std::uint32_t offset) {
 void ExifReader::readInteroperability(std::uint32_t offset) {
     forEachEntry(offset, [&](const Entry &entry) {
         // "R03" and its NUL fit in the value field itself.
-        if (entry.tag == interoperabilityIndexTag && entry.type == typeAscii &&
-            entry.count >= 3 && entry.count <= 4 && entry.valueAt + 3 <= m_tiff.size())
+        if (entry.tag == interoperabilityIndexTag && entry.type == typeAscii && entry.count >= 3 &&
+            entry.count <= 4 && entry.valueAt + 3 <= m_tiff.size())
             m_interopR03 = std::memcmp(m_tiff.data() + entry.valueAt, "R03", 3) == 0;
     });
 }

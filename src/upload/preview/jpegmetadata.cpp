@@ -17,7 +17,7 @@ bool startsWith(std::span<const std::uint8_t> bytes, const char *prefix, std::si
     return bytes.size() >= length && std::memcmp(bytes.data(), prefix, length) == 0;
 }
 
-// Chunks of a profile by their sequence number, 1-based, as the ICC specification numbers them.
+// Chunks of a profile by their sequence number, 1-based, as ICC numbers them.
 class ProfileChunks {
 public:
     void add(std::span<const std::uint8_t> payload) {

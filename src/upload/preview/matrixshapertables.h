@@ -26,8 +26,7 @@ public:
 private:
     MatrixShaperTables() = default;
     // `encode` is the table from linear steps to the sRGB curve, fetched once for many pixels.
-    void convertPixel(const std::uint8_t *in, std::uint8_t *out,
-                      const std::uint8_t *encode) const;
+    void convertPixel(const std::uint8_t *in, std::uint8_t *out, const std::uint8_t *encode) const;
 
     // Linear light in steps of the encoding table, and the matrix in fixed point: integer
     // arithmetic a pixel, no conversions between integers and floats.

@@ -41,8 +41,7 @@ bool convertPlanes(JpegPlanes &planes, const SrgbConverter &converter) {
         for (int i = 0; i < planes.planeCount(); ++i) {
             strides[std::size_t(i)] = planes.stride(i);
             pointers[std::size_t(i)] =
-                planes.data(i) +
-                std::ptrdiff_t(top / planes.verticalFactor(i)) * planes.stride(i);
+                planes.data(i) + std::ptrdiff_t(top / planes.verticalFactor(i)) * planes.stride(i);
         }
         std::array<const unsigned char *, 3> sources{pointers[0], pointers[1], pointers[2]};
         if (tjDecodeYUVPlanes(decoder.get(), sources.data(), strides.data(), planes.subsampling(),

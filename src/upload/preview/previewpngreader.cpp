@@ -108,7 +108,7 @@ void toRgb(const std::uint8_t *in, int channels, int width, std::uint8_t *out) {
 }
 
 // The orientation of an eXIf chunk and the profile of an iCCP chunk, when they come before the
-// picture data, where the PNG specification asks for them.
+// picture data, where PNG asks for them.
 PhotoMetadata metadataOf(png_structp png, png_infop info) {
     PhotoMetadata metadata;
     png_uint_32 exifLength = 0;

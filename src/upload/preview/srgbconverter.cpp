@@ -113,7 +113,6 @@ void SrgbConverter::convert(std::uint8_t *rgb, std::size_t pixels) const {
     constexpr std::size_t run = 1 << 20;
     for (std::size_t done = 0; done < pixels; done += run) {
         const std::size_t count = std::min(run, pixels - done);
-        cmsDoTransform(m_transform->handle, rgb + done * 3, rgb + done * 3,
-                       cmsUInt32Number(count));
+        cmsDoTransform(m_transform->handle, rgb + done * 3, rgb + done * 3, cmsUInt32Number(count));
     }
 }
