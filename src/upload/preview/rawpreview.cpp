@@ -4,8 +4,8 @@
 #include "jpegpreview.h"
 #include "previewgeometry.h"
 #include "previewrgbscaler.h"
-#include "rawmetadata.h"
 #include "rawhalfsizedeveloper.h"
+#include "rawmetadata.h"
 
 #include <QFile>
 #include <QFileInfo>
