@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
-// preview_fixtures [--memory] <folder>
+// preview_fixtures [--memory | --colour] <folder>
 // Writes the photographs the preview benchmark runs on: camera-like JPEGs of 24 and 45 MP and
 // a portrait, the 24 MP picture as 16-bit TIFF and as PNG, and two 24 MP DNGs, one embedding
-// the same full-size JPEG (as modern cameras do) and one with only a thumbnail.
+// the same full-size JPEG (as modern cameras do) and one with only a thumbnail; and the 24 MP
+// scene as a camera set to Adobe RGB writes it: a JPEG with the Adobe RGB profile, and a DNG
+// whose full-size JPEG has no profile while the DNG's Exif says Adobe RGB.
+// With --colour, 6 MP photographs for looking at previews the way a browser shows them: one
+// stored on its side with EXIF orientation 6 (an arrow points up once it is turned), and one
+// each with an Adobe RGB, Display P3 and ProPhoto RGB profile.
 // With --memory, the photographs whose peak memory bench/run-memory-peaks measures instead: the
 // largest of each kind the program must take in its stride.
+#include "colourreference.h"
+#include "exifwriter.h"
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "rawdngwriter.h"
@@ -12,6 +19,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QImageWriter>
+#include <QPainter>
+#include <QPainterPath>
 #include <QStringList>
 #include <cstdio>
 
@@ -70,19 +79,67 @@ bool writeMemoryFixtures(const QDir &folder) {
     return ok;
 }
 
+bool writeColourFixtures(const QDir &folder) {
+    const auto at = [&](const char *name) { return folder.filePath(QString::fromLatin1(name)); };
+    bool ok = true;
+    // Upright, a portrait with an arrow pointing up; stored turned a quarter to the left, as a
+    // camera held upright stores it, with the orientation that turns it back.
+    QImage upright = PhotoGenerator({2000, 3000}, 7).image8();
+    {
+        QPainter painter(&upright);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QPainterPath arrow;
+        arrow.moveTo(1000, 300);
+        arrow.lineTo(1500, 900);
+        arrow.lineTo(1200, 900);
+        arrow.lineTo(1200, 1800);
+        arrow.lineTo(800, 1800);
+        arrow.lineTo(800, 900);
+        arrow.lineTo(500, 900);
+        arrow.closeSubpath();
+        painter.fillPath(arrow, QColor(250, 250, 250));
+        painter.setPen(QPen(QColor(20, 20, 20), 24));
+        painter.drawPath(arrow);
+    }
+    const QImage stored = upright.transformed(QTransform().rotate(-90));
+    ok &= report(at("jpeg-turned-6.jpg"),
+                 PhotoFiles::writeFile(at("jpeg-turned-6.jpg"),
+                                       ExifWriter::withExif(PhotoFiles::encodeJpeg(stored, 95),
+                                                            {.orientation = 6})));
+    const QImage scene = PhotoGenerator({3000, 2000}, 8).image8();
+    const std::pair<const char *, QByteArray> spaces[] = {
+        {"jpeg-adobe-6mp.jpg", ColourReference::adobeRgbProfile()},
+        {"jpeg-displayp3-6mp.jpg", ColourReference::displayP3Profile()},
+        {"jpeg-prophoto-6mp.jpg", ColourReference::proPhotoProfile()},
+    };
+    for (const auto &[name, profile] : spaces) {
+        const QImage values =
+            ColourReference::convert(scene, ColourReference::srgbProfile(), profile);
+        ok &= report(at(name), PhotoFiles::writeFile(
+                                   at(name), ExifWriter::withIccProfile(
+                                                 PhotoFiles::encodeJpeg(values, 95), profile)));
+    }
+    ok &= report(at("jpeg-srgb-6mp.jpg"),
+                 PhotoFiles::writeFile(at("jpeg-srgb-6mp.jpg"), PhotoFiles::encodeJpeg(scene, 95)));
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
     QCoreApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
     const bool memory = args.removeAll(QStringLiteral("--memory")) > 0;
+    const bool colour = args.removeAll(QStringLiteral("--colour")) > 0;
     if (args.size() != 1) {
-        std::fprintf(stderr, "usage: preview_fixtures [--memory] <folder>\n");
+        std::fprintf(stderr, "usage: preview_fixtures [--memory | --colour] <folder>\n");
         return 2;
     }
     const QDir folder(args.at(0));
     if (memory)
         return writeMemoryFixtures(folder) ? 0 : 1;
+    if (colour)
+        return writeColourFixtures(folder) ? 0 : 1;
     const auto at = [&](const char *name) { return folder.filePath(QString::fromLatin1(name)); };
     bool ok = true;
 
@@ -108,5 +165,15 @@ int main(int argc, char **argv) {
                                                               photo24.scaled(256, 171), jpeg24));
     ok &= report(at("dng-bayer-24mp.dng"),
                  RawDngWriter::write(at("dng-bayer-24mp.dng"), photo24, photo24.scaled(256, 171)));
+
+    const QByteArray adobe = ColourReference::adobeRgbProfile();
+    const QImage adobe24 = ColourReference::convert(photo24, ColourReference::srgbProfile(), adobe);
+    const QByteArray adobeJpeg24 = PhotoFiles::encodeJpeg(adobe24, cameraQuality);
+    ok &= report(at("jpeg-adobe-24mp.jpg"),
+                 PhotoFiles::writeFile(at("jpeg-adobe-24mp.jpg"),
+                                       ExifWriter::withIccProfile(adobeJpeg24, adobe)));
+    ok &= report(at("dng-adobe-jpeg-24mp.dng"),
+                 RawDngWriter::write(at("dng-adobe-jpeg-24mp.dng"), photo24,
+                                     photo24.scaled(256, 171), adobeJpeg24, 1, {.adobeRgb = true}));
     return ok ? 0 : 1;
 }

@@ -3,11 +3,16 @@
 // Writes the image fuzzers' seed corpora with the tests' own photo writers: small pictures in
 // every layout each decoder reads (chroma subsamplings, grey, CMYK, progressive, alpha,
 // palettes, 16 bits, several pages, raw with and without a full-size JPEG), and a few wider
-// than a preview so that the scaling roads are taken. Run it again after changing a writer.
+// than a preview so that the scaling roads are taken; and the metadata a preview reads: Exif
+// blocks with orientation, colour-space marks and private fields, and ICC profiles in JPEG
+// segments, a TIFF tag and a PNG chunk. Run it again after changing a writer.
+#include "colourreference.h"
+#include "exifwriter.h"
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "rawdngwriter.h"
 
+#include <QColorSpace>
 #include <QCoreApplication>
 #include <QDir>
 #include <QImage>
@@ -51,6 +56,17 @@ int main(int argc, char **argv) {
     jpeg("progressive.jpg", PhotoFiles::encodeJpeg(small, 85, Chroma::Subsampled420, true));
     jpeg("wide.jpg", PhotoFiles::encodeJpeg(wide, 60));
     jpeg("exif.jpg", PhotoFiles::withExifOrientation(PhotoFiles::encodeJpeg(small, 50), 6));
+    const ExifWriter::Fields camera{.orientation = 8,
+                                    .adobeRgb = true,
+                                    .gpsPosition = true,
+                                    .artist = "Artist",
+                                    .bodySerialNumber = "0042"};
+    jpeg("exif-camera.jpg", ExifWriter::withExif(PhotoFiles::encodeJpeg(small, 50), camera));
+    const QByteArray adobe = ColourReference::adobeRgbProfile();
+    jpeg("icc-chunks.jpg",
+         ExifWriter::withIccProfile(PhotoFiles::encodeJpeg(small, 50), adobe, 200));
+    jpeg("icc-prophoto.jpg", ExifWriter::withIccProfile(PhotoFiles::encodeJpeg(small, 50),
+                                                        ColourReference::proPhotoProfile()));
 
     const auto png = [&](const char *name, const QImage &image) {
         QImageWriter writer(at("preview_png", name), "png");
@@ -66,12 +82,18 @@ int main(int argc, char **argv) {
     png("rgba16.png", small.convertToFormat(QImage::Format_RGBA64));
     png("mono.png", small.convertToFormat(QImage::Format_Mono));
     png("wide.png", wide);
+    QImage tagged = small;
+    tagged.setColorSpace(QColorSpace::fromIccProfile(ColourReference::displayP3Profile()));
+    png("icc-p3.png", tagged);
 
     ok &= written(at("preview_tiff", "rgb8.tif"),
                   PhotoFiles::writeTiff(at("preview_tiff", "rgb8.tif"), {small}, 8));
     ok &= written(at("preview_tiff", "rgb16-two-pages.tif"),
                   PhotoFiles::writeTiff(at("preview_tiff", "rgb16-two-pages.tif"),
                                         {PhotoGenerator({24, 16}, 3).image16(), small}, 16));
+    ok &= written(at("preview_tiff", "icc-adobe16.tif"),
+                  PhotoFiles::writeTiff(at("preview_tiff", "icc-adobe16.tif"),
+                                        {PhotoGenerator({24, 16}, 4).image16()}, 16, 6, adobe));
     ok &= written(at("preview_tiff", "wide.tif"),
                   PhotoFiles::writeTiff(at("preview_tiff", "wide.tif"), {wide}, 8));
 
@@ -82,5 +104,8 @@ int main(int argc, char **argv) {
     ok &= written(at("preview_raw", "embedded-jpeg.dng"),
                   RawDngWriter::write(at("preview_raw", "embedded-jpeg.dng"), sensor, thumbnail,
                                       PhotoFiles::encodeJpeg(sensor, 80)));
+    ok &= written(at("preview_raw", "adobe-exif.dng"),
+                  RawDngWriter::write(at("preview_raw", "adobe-exif.dng"), sensor, thumbnail,
+                                      PhotoFiles::encodeJpeg(sensor, 80), 6, camera));
     return ok ? 0 : 1;
 }

@@ -174,7 +174,7 @@ QByteArray PhotoFiles::withPngExifOrientation(const QByteArray &png, int orienta
 }
 
 bool PhotoFiles::writeTiff(const QString &path, const QList<QImage> &pages, int bitsPerSample,
-                           int orientation) {
+                           int orientation, const QByteArray &iccProfile) {
     TIFF *tiff = TIFFOpen(QFile::encodeName(path).constData(), "w");
     if (tiff == nullptr)
         return false;
@@ -191,6 +191,9 @@ bool PhotoFiles::writeTiff(const QString &path, const QList<QImage> &pages, int 
         TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
         TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 16);
         TIFFSetField(tiff, TIFFTAG_ORIENTATION, orientation);
+        if (!iccProfile.isEmpty())
+            TIFFSetField(tiff, TIFFTAG_ICCPROFILE, std::uint32_t(iccProfile.size()),
+                         iccProfile.constData());
         if (pages.size() > 1) {
             TIFFSetField(tiff, TIFFTAG_SUBFILETYPE, FILETYPE_PAGE);
             TIFFSetField(tiff, TIFFTAG_PAGENUMBER, int(&page - pages.data()), int(pages.size()));

@@ -31,7 +31,7 @@ public:
     // RGB888 (or RGBX64 for 16 bits) pages, one directory each, uncompressed strips, each with
     // the given orientation tag (1 is as stored).
     static bool writeTiff(const QString &path, const QList<QImage> &pages, int bitsPerSample,
-                          int orientation = 1);
+                          int orientation = 1, const QByteArray &iccProfile = {});
     // One 8-bit RGB page in 256 x 256 tiles, the layout only libtiff's generic reader takes.
     static bool writeTiledTiff(const QString &path, const QImage &page, int orientation = 1);
     static bool writeFile(const QString &path, const QByteArray &bytes);

@@ -66,13 +66,16 @@ void setLayout(TIFF *tiff, const Layout &layout) {
 }
 
 bool writeThumbnail(TIFF *tiff, const QImage &thumbnail, int subIfds,
-                    const std::array<float, 3> &neutral, int orientation) {
+                    const std::array<float, 3> &neutral, int orientation, bool exif) {
     const QImage rgb = thumbnail.convertToFormat(QImage::Format_RGB888);
     std::vector<std::uint64_t> offsets(static_cast<std::size_t>(subIfds), 0);
     setLayout(tiff, {FILETYPE_REDUCEDIMAGE, rgb.size(), 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE,
                      std::uint32_t(rgb.height())});
     setCommonCameraTags(tiff, neutral, orientation);
     TIFFSetField(tiff, TIFFTAG_SUBIFD, std::uint16_t(subIfds), offsets.data());
+    // Pointed at the Exif directory once the file is written, by ExifWriter.
+    if (exif)
+        TIFFSetField(tiff, TIFFTAG_EXIFIFD, std::uint64_t(8));
     for (int y = 0; y < rgb.height(); ++y)
         if (TIFFWriteScanline(tiff, const_cast<uchar *>(rgb.constScanLine(y)), std::uint32_t(y),
                               0) < 0)
@@ -140,27 +143,28 @@ bool writePreview(TIFF *tiff, const QByteArray &jpeg) {
 
 bool writeFile(const QString &path, QSize sensor, const RawDngWriter::SensorRow &row,
                const QImage &thumbnail, const QByteArray &previewJpeg,
-               const RawDngWriter::Camera &camera, int orientation) {
+               const RawDngWriter::Camera &camera, int orientation,
+               const ExifWriter::Fields *exif = nullptr) {
     TIFF *tiff = TIFFOpen(QFile::encodeName(path).constData(), "w");
     if (tiff == nullptr)
         return false;
     const bool ok =
         writeThumbnail(tiff, thumbnail, previewJpeg.isEmpty() ? 1 : 2, camera.asShotNeutral,
-                       orientation) &&
+                       orientation, exif != nullptr) &&
         writeRawData(tiff, sensor, row, camera) &&
         (previewJpeg.isEmpty() || writePreview(tiff, previewJpeg));
     TIFFClose(tiff);
-    return ok;
+    return ok && (exif == nullptr || ExifWriter::appendExifToTiff(path, *exif));
 }
 
 bool writePicture(const QString &path, const QImage &sensor, const QImage &thumbnail,
                   const QByteArray &previewJpeg, const RawDngWriter::Camera &camera,
-                  int orientation) {
+                  int orientation, const ExifWriter::Fields *exif = nullptr) {
     const QImage rgb = sensor.convertToFormat(QImage::Format_RGB888);
     const auto row = [&](int y, uchar *out) {
         std::memcpy(out, rgb.constScanLine(y), std::size_t(rgb.width()) * 3);
     };
-    return writeFile(path, rgb.size(), row, thumbnail, previewJpeg, camera, orientation);
+    return writeFile(path, rgb.size(), row, thumbnail, previewJpeg, camera, orientation, exif);
 }
 
 } // namespace
@@ -178,4 +182,10 @@ bool RawDngWriter::write(const QString &path, const QImage &sensor, const QImage
 bool RawDngWriter::write(const QString &path, QSize sensor, const SensorRow &row,
                          const QImage &thumbnail) {
     return writeFile(path, sensor, row, thumbnail, {}, Camera(), ORIENTATION_TOPLEFT);
+}
+
+bool RawDngWriter::write(const QString &path, const QImage &sensor, const QImage &thumbnail,
+                         const QByteArray &previewJpeg, int orientation,
+                         const ExifWriter::Fields &exif) {
+    return writePicture(path, sensor, thumbnail, previewJpeg, Camera(), orientation, &exif);
 }

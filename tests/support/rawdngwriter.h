@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "exifwriter.h"
+
 #include <QByteArray>
 #include <QImage>
 #include <QString>
@@ -21,6 +23,11 @@ public:
     // `orientation` is the TIFF orientation tag of the file (1 is as stored).
     static bool write(const QString &path, const QImage &sensor, const QImage &thumbnail,
                       const QByteArray &previewJpeg = {}, int orientation = 1);
+    // The same with an Exif directory, as cameras write one: its colour-space marks say how the
+    // embedded JPEG's values are meant.
+    static bool write(const QString &path, const QImage &sensor, const QImage &thumbnail,
+                      const QByteArray &previewJpeg, int orientation,
+                      const ExifWriter::Fields &exif);
     // What differs from one camera to the next: the light it shot in (the DNG's as-shot
     // neutral), where each colour sits in the 2 x 2 cell (0 red, 1 green, 2 blue, row by row)
     // and each sample's black level.

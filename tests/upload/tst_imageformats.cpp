@@ -44,7 +44,7 @@ private slots:
     void sixteenBitFilesKeepTheirPicture_data();
     void sixteenBitFilesKeepTheirPicture();
     void pngAlphaIsComposedOverBlack();
-    void exifOrientationIsIgnored();
+    void exifOrientationKeepsTheStoredGrid();
     void hundredMegapixelJpeg();
     void pngBeyondQtsDefaultAllocationLimit();
     void concurrentPreviewsAreIndependent();
@@ -301,8 +301,9 @@ void TestImageFormats::pngAlphaIsComposedOverBlack() {
     }
 }
 
-void TestImageFormats::exifOrientationIsIgnored() {
-    // Orientation 6 asks viewers to turn the picture upright; the preview keeps the stored grid.
+void TestImageFormats::exifOrientationKeepsTheStoredGrid() {
+    // Orientation 6 asks viewers to turn the picture upright; the preview keeps the stored grid
+    // and passes the request on (tst_previeworientation).
     QImage picture(3000, 1500, QImage::Format_RGB888);
     picture.fill(QColor(210, 40, 40));
     for (int y = 0; y < 1500; ++y)

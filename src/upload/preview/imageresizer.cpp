@@ -45,7 +45,7 @@ std::optional<QByteArray> jpegPreview(QFile &file) {
     const std::optional<QSize> target = PreviewGeometry::targetSize(jpeg.size());
     if (!jpeg.isValid() || !target)
         return std::nullopt;
-    return jpeg.render(*target);
+    return jpeg.render(*target, jpeg.metadata());
 }
 
 std::optional<QByteArray> preview(const QString &path) {

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "jpegpreview.h"
 
-#include "jpegencoder.h"
+#include "jpegmetadata.h"
 #include "jpegplanes.h"
+#include "previewencoder.h"
 #include "previewrgbscaler.h"
 #include "resampler.h"
 
@@ -28,7 +29,12 @@ void fillNeutralChroma(JpegPlanes &planes) {
 } // namespace
 
 JpegPreview::JpegPreview(std::span<const std::uint8_t> jpeg)
-    : m_decoder(jpeg) {}
+    : m_jpeg(jpeg)
+    , m_decoder(jpeg) {}
+
+PhotoMetadata JpegPreview::metadata() const {
+    return JpegMetadata::read(m_jpeg);
+}
 
 int JpegPreview::scaleEighths(QSize full, QSize target) {
     for (int eighths = 1; eighths < 8; ++eighths) {
@@ -40,14 +46,16 @@ int JpegPreview::scaleEighths(QSize full, QSize target) {
     return 8;
 }
 
-std::optional<QByteArray> JpegPreview::render(QSize target) const {
+std::optional<QByteArray> JpegPreview::render(QSize target, const PhotoMetadata &metadata) const {
     if (!isValid() || target.isEmpty())
         return std::nullopt;
     const int eighths = scaleEighths(size(), target);
-    return m_decoder.hasPlanes() ? renderPlanes(target, eighths) : renderRgb(target, eighths);
+    return m_decoder.hasPlanes() ? renderPlanes(target, eighths, metadata)
+                                 : renderRgb(target, eighths, metadata);
 }
 
-std::optional<QByteArray> JpegPreview::renderPlanes(QSize target, int eighths) const {
+std::optional<QByteArray> JpegPreview::renderPlanes(QSize target, int eighths,
+                                                    const PhotoMetadata &metadata) const {
     std::optional<JpegPlanes> decoded = m_decoder.decodePlanes(eighths);
     if (!decoded)
         return std::nullopt;
@@ -55,7 +63,7 @@ std::optional<QByteArray> JpegPreview::renderPlanes(QSize target, int eighths) c
     const double scaleY = scaleOf(size().height(), eighths, target.height());
     const bool sameSize = decoded->size() == target && scaleX == 1.0 && scaleY == 1.0;
     if (sameSize && decoded->subsampling() == TJSAMP_420)
-        return JpegEncoder::fromPlanes(*decoded);
+        return PreviewEncoder::fromPlanes(*decoded, metadata);
 
     // A grey picture still becomes a colour JPEG, with flat chroma, like every other preview.
     JpegPlanes scaled(target, TJSAMP_420);
@@ -77,10 +85,11 @@ std::optional<QByteArray> JpegPreview::renderPlanes(QSize target, int eighths) c
     }
     decoded.reset(); // the scaled decode is no longer needed while the encoder runs
     scaled.replicateEdges();
-    return JpegEncoder::fromPlanes(scaled);
+    return PreviewEncoder::fromPlanes(scaled, metadata);
 }
 
-std::optional<QByteArray> JpegPreview::renderRgb(QSize target, int eighths) const {
+std::optional<QByteArray> JpegPreview::renderRgb(QSize target, int eighths,
+                                                 const PhotoMetadata &metadata) const {
     const std::optional<std::vector<std::uint8_t>> decoded = m_decoder.decodeRgb(eighths);
     if (!decoded)
         return std::nullopt;
@@ -89,5 +98,5 @@ std::optional<QByteArray> JpegPreview::renderRgb(QSize target, int eighths) cons
                             scaleOf(size().height(), eighths, target.height()));
     for (int y = 0; y < scaledSize.height(); ++y)
         scaler.pushRow(decoded->data() + std::size_t(y) * std::size_t(scaledSize.width()) * 3);
-    return scaler.encode();
+    return scaler.encode(metadata);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "previewpngreader.h"
 
+#include "exifreader.h"
+#include "photometadata.h"
 #include "previewgeometry.h"
 #include "previewrgbscaler.h"
 
@@ -10,6 +12,7 @@
 #include <cstdio>
 #include <memory>
 #include <png.h>
+#include <span>
 #include <vector>
 
 namespace {
@@ -104,6 +107,26 @@ void toRgb(const std::uint8_t *in, int channels, int width, std::uint8_t *out) {
     }
 }
 
+// The orientation of an eXIf chunk and the profile of an iCCP chunk, when they come before the
+// picture data, where PNG asks for them.
+PhotoMetadata metadataOf(png_structp png, png_infop info) {
+    PhotoMetadata metadata;
+    png_uint_32 exifLength = 0;
+    png_bytep exif = nullptr;
+    if (png_get_eXIf_1(png, info, &exifLength, &exif) != 0 && exif != nullptr)
+        metadata.orientation = PhotoMetadata::validOrientation(
+            ExifReader(std::span<const std::uint8_t>(exif, exifLength)).orientation());
+    png_charp name = nullptr;
+    int compression = 0;
+    png_bytep profile = nullptr;
+    png_uint_32 profileLength = 0;
+    if (png_get_iCCP(png, info, &name, &compression, &profile, &profileLength) != 0 &&
+        profile != nullptr && profileLength > 0)
+        metadata.iccProfile =
+            QByteArray(reinterpret_cast<const char *>(profile), qsizetype(profileLength));
+    return metadata;
+}
+
 } // namespace
 
 std::optional<QByteArray> PreviewPngReader::createPreview(const QString &path) {
@@ -132,6 +155,7 @@ std::optional<QByteArray> PreviewPngReader::createPreview(const QString &path) {
     if (rowBytes != std::size_t(width) * std::size_t(channels))
         return std::nullopt;
 
+    const PhotoMetadata metadata = metadataOf(png, info);
     PreviewRgbScaler scaler(size, *target);
     std::vector<std::uint8_t> rgb(std::size_t(width) * 3);
     if (png_get_interlace_type(png, info) == PNG_INTERLACE_NONE) {
@@ -158,5 +182,5 @@ std::optional<QByteArray> PreviewPngReader::createPreview(const QString &path) {
     }
     if (!readEnd(png))
         return std::nullopt;
-    return scaler.encode();
+    return scaler.encode(metadata);
 }

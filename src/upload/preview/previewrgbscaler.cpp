@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "previewrgbscaler.h"
 
-#include "jpegencoder.h"
+#include "previewencoder.h"
 
 #include <algorithm>
 
@@ -36,7 +36,7 @@ void PreviewRgbScaler::pushRow(const std::uint8_t *rgb) {
         m_resamplers[c].pushRow(m_channelRows[c].data());
 }
 
-std::optional<QByteArray> PreviewRgbScaler::encode() const {
+std::optional<QByteArray> PreviewRgbScaler::encode(const PhotoMetadata &metadata) const {
     if (!std::all_of(m_resamplers.begin(), m_resamplers.end(),
                      [](const Resampler &r) { return r.isComplete(); }))
         return std::nullopt;
@@ -47,5 +47,5 @@ std::optional<QByteArray> PreviewRgbScaler::encode() const {
         packed[3 * i + 1] = m_planes[1][i];
         packed[3 * i + 2] = m_planes[2][i];
     }
-    return JpegEncoder::fromRgb(packed.data(), m_target.width(), m_target.height());
+    return PreviewEncoder::fromRgb(packed, m_target, metadata);
 }

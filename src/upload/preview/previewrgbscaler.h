@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "photometadata.h"
 #include "resampler.h"
 
 #include <QByteArray>
@@ -12,7 +13,8 @@
 
 // The common end of every preview whose decoder hands out RGB rows (PNG, TIFF, developed RAW,
 // RGB and CMYK JPEGs): each row is split into its three channels and streamed through one
-// Resampler per channel, so only the small target is ever held, then the target is encoded.
+// Resampler per channel, so only the small target is ever held, then the target is brought to
+// sRGB if need be, encoded and tagged.
 class PreviewRgbScaler {
 public:
     // Scales are source pixels per target pixel, for decodes that cover the photo at a factor
@@ -24,7 +26,7 @@ public:
     // The next source row: source width pixels of packed 8-bit RGB.
     void pushRow(const std::uint8_t *rgb);
     // No value until every row the target needs has been pushed, or when encoding fails.
-    std::optional<QByteArray> encode() const;
+    std::optional<QByteArray> encode(const PhotoMetadata &metadata = {}) const;
 
 private:
     QSize m_source;

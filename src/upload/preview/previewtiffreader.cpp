@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "previewtiffreader.h"
 
+#include "photometadata.h"
 #include "previewgeometry.h"
 #include "previewrgbscaler.h"
 
@@ -114,9 +115,25 @@ struct StripLayout {
     }
 };
 
+// A profile is a few kilobytes, a camera's own at most a few hundred; more is not a profile.
+constexpr std::uint32_t largestProfileBytes = 4 * 1024 * 1024;
+
+PhotoMetadata metadataOf(TIFF *tiff) {
+    PhotoMetadata metadata;
+    std::uint16_t orientation = 0;
+    if (TIFFGetField(tiff, TIFFTAG_ORIENTATION, &orientation))
+        metadata.orientation = PhotoMetadata::validOrientation(orientation);
+    std::uint32_t length = 0;
+    const void *profile = nullptr;
+    if (TIFFGetField(tiff, TIFFTAG_ICCPROFILE, &length, &profile) && profile != nullptr &&
+        length > 0 && length <= largestProfileBytes)
+        metadata.iccProfile = QByteArray(static_cast<const char *>(profile), qsizetype(length));
+    return metadata;
+}
+
 template <typename Sample>
 std::optional<QByteArray> readStrips(TIFF *tiff, const StripLayout &layout, QSize size,
-                                     QSize target) {
+                                     QSize target, const PhotoMetadata &metadata) {
     const std::size_t bytes = std::size_t(TIFFScanlineSize64(tiff));
     if (bytes < std::size_t(size.width()) * std::size_t(layout.samples) * sizeof(Sample))
         return std::nullopt;
@@ -129,12 +146,14 @@ std::optional<QByteArray> readStrips(TIFF *tiff, const StripLayout &layout, QSiz
         layout.convert(scanline.data(), rgb.data(), size.width());
         scaler.pushRow(rgb.data());
     }
-    return scaler.encode();
+    return scaler.encode(metadata);
 }
 
-std::optional<QByteArray> readBands(TIFF *tiff, QSize size, QSize target) {
+std::optional<QByteArray> readBands(TIFF *tiff, QSize size, QSize target,
+                                    const PhotoMetadata &metadata) {
     char message[1024] = {};
-    // The stored grid is wanted, so the file's orientation is set aside before libtiff reads it.
+    // The stored grid is wanted, so the file's orientation (already in the metadata) is set
+    // aside before libtiff reads it.
     TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
     if (!TIFFRGBAImageOK(tiff, message))
         return std::nullopt;
@@ -164,7 +183,7 @@ std::optional<QByteArray> readBands(TIFF *tiff, QSize size, QSize target) {
         }
     }
     TIFFRGBAImageEnd(&image);
-    return ok ? scaler.encode() : std::nullopt;
+    return ok ? scaler.encode(metadata) : std::nullopt;
 }
 
 } // namespace
@@ -191,9 +210,11 @@ std::optional<QByteArray> PreviewTiffReader::createPreview(const QString &path) 
     const std::optional<QSize> target = PreviewGeometry::targetSize(size);
     if (!target)
         return std::nullopt;
+    const PhotoMetadata metadata = metadataOf(tiff.get());
     if (const std::optional<StripLayout> layout = StripLayout::of(tiff.get())) {
-        return layout->bits == 8 ? readStrips<std::uint8_t>(tiff.get(), *layout, size, *target)
-                                 : readStrips<std::uint16_t>(tiff.get(), *layout, size, *target);
+        return layout->bits == 8
+                   ? readStrips<std::uint8_t>(tiff.get(), *layout, size, *target, metadata)
+                   : readStrips<std::uint16_t>(tiff.get(), *layout, size, *target, metadata);
     }
-    return readBands(tiff.get(), size, *target);
+    return readBands(tiff.get(), size, *target, metadata);
 }

@@ -5,6 +5,7 @@
 #include "previewgeometry.h"
 #include "previewrgbscaler.h"
 #include "rawhalfsizedeveloper.h"
+#include "rawmetadata.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -48,6 +49,7 @@ RawPreview::RawPreview(const QString &path)
     , m_raw(std::make_unique<LibRaw>()) {
     if (!open())
         return;
+    m_metadata = RawMetadata::of(*m_raw);
     // Flip 0 is what the stored grid needs; with it the format query gives the developed size
     // without starting any processing.
     m_raw->imgdata.sizes.flip = 0;
@@ -95,7 +97,8 @@ std::optional<QByteArray> RawPreview::renderEmbeddedJpeg(QSize target) {
                                      std::size_t(thumbnail.tlength)));
     if (!jpeg.isValid() || !coversDevelopedFrame(jpeg.size(), m_developedSize, target))
         return std::nullopt;
-    std::optional<QByteArray> preview = jpeg.render(target);
+    std::optional<QByteArray> preview =
+        jpeg.render(target, RawMetadata::forEmbeddedJpeg(m_metadata, jpeg.metadata()));
     if (preview)
         m_source = Source::EmbeddedJpeg;
     return preview;
@@ -130,7 +133,7 @@ std::optional<QByteArray> RawPreview::renderDeveloped(QSize target) {
         PreviewRgbScaler scaler(developer.size(), target);
         developer.develop([&](const std::uint8_t *row) { scaler.pushRow(row); });
         m_raw->recycle();
-        std::optional<QByteArray> preview = scaler.encode();
+        std::optional<QByteArray> preview = scaler.encode(RawMetadata::forDeveloped(m_metadata));
         if (preview)
             m_source = Source::HalfSizeRaw;
         return preview;
@@ -162,7 +165,7 @@ std::optional<QByteArray> RawPreview::renderDeveloped(QSize target) {
         }
         scaler.pushRow(row);
     }
-    std::optional<QByteArray> preview = scaler.encode();
+    std::optional<QByteArray> preview = scaler.encode(RawMetadata::forDeveloped(m_metadata));
     if (preview)
         m_source = halfSize ? Source::HalfSizeRaw : Source::FullSizeRaw;
     return preview;

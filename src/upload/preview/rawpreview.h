@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "photometadata.h"
+
 #include <QByteArray>
 #include <QSize>
 #include <QString>
@@ -13,7 +15,8 @@ class LibRaw;
 // developed raw; its pixels come from the fastest source that covers it: the full-size JPEG that
 // most modern cameras embed (decoded like any JPEG), or else the raw data developed at half size
 // (a quarter of the pixels, no demosaicing), or at full size when half would be narrower than the
-// preview. Pixels stay in the sensor's stored grid: the camera's rotation flag is ignored.
+// preview. Pixels stay in the sensor's stored grid; the camera's rotation goes with the preview
+// as its orientation tag.
 class RawPreview {
 public:
     enum class Source { Nothing, EmbeddedJpeg, HalfSizeRaw, FullSizeRaw };
@@ -41,5 +44,6 @@ private:
     qint64 m_fileSize = 0;
     std::unique_ptr<LibRaw> m_raw;
     QSize m_developedSize;
+    PhotoMetadata m_metadata;
     Source m_source = Source::Nothing;
 };
