@@ -104,6 +104,29 @@ private Q_SLOTS:
         expectDeliveredOnce(model, names);
     }
 
+    // The one ambiguous case: the service registered the preview and its answer was lost. The
+    // registration goes again with the same stored key; the service that already holds it
+    // refuses the repeat, and that refusal says it is registered: once, never twice.
+    void aRegistrationWhoseAnswerWasLostCountsOnce_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::newRow("closed") << int(DevService::FaultKind::closeAfterWork);
+        QTest::newRow("reset") << int(DevService::FaultKind::resetAfterWork);
+        QTest::newRow("cut short") << int(DevService::FaultKind::cutShort);
+    }
+    void aRegistrationWhoseAnswerWasLostCountsOnce()
+    {
+        QFETCH(int, kind);
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Elsa")));
+        QVERIFY(m_harness.service().injectFault(DevService::Fault::withLostReply(
+            QStringLiteral("register"), DevService::FaultKind(kind))));
+        const QStringList names = shoot(1, 1);
+        expectDeliveredOnce(model, names);
+        QCOMPARE(m_harness.service().requests(QStringLiteral("register")).size(), 2);
+    }
+
     void aRefusalThatWillNotChangeIsListedAndNotRetried()
     {
         SessionViewModel model;
