@@ -5,6 +5,7 @@
 #include "multipartformbody.h"
 #include "oneshotbody.h"
 #include "preferences.h"
+#include "systemproxy.h"
 #include "transporterror.h"
 
 #include <QCoreApplication>
@@ -106,6 +107,7 @@ APIClient::APIClient(QString baseURL, QString defaultStorageHost)
     , m_defaultStorageHost(std::move(defaultStorageHost))
     , m_network(new QNetworkAccessManager)
 {
+    SystemProxy::follow();
 }
 
 APIClient::~APIClient() { delete m_network; }
