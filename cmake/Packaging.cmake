@@ -2,7 +2,7 @@
 # Installing the program where desktops look for it, and the Debian package made from that.
 include(GNUInstallDirs)
 
-set(QUILLMERE_APP_ID example.quillmere.live)
+set(QUILLMERE_APP_ID live.quillmere.QuillmereLive)
 set(packaging_dir ${PROJECT_SOURCE_DIR}/packaging)
 
 install(TARGETS QuillmereLiveApp
@@ -15,13 +15,22 @@ if(UNIX AND NOT APPLE)
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/icons/hicolor/scalable/apps)
   install(FILES ${packaging_dir}/${QUILLMERE_APP_ID}.metainfo.xml
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/metainfo)
-  # What Debian wants of every package: its licence as "copyright" and a compressed changelog.
+  # What Debian wants of every package: its licence as "copyright", a manual page, and the
+  # changelog, both compressed. Compressed with gzip -n, which leaves the file's name and time
+  # out of the header, so the same sources give the same bytes (CMake's own gzip stamps the time).
+  find_program(GZIP_EXECUTABLE gzip REQUIRED)
   set(package_docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc/quillmere-live)
   install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${package_docdir} RENAME copyright)
-  set(changelog_gz ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
-  file(ARCHIVE_CREATE OUTPUT ${changelog_gz} PATHS ${packaging_dir}/changelog
-       FORMAT raw COMPRESSION GZip COMPRESSION_LEVEL 9)
-  install(FILES ${changelog_gz} DESTINATION ${package_docdir})
+  foreach(page changelog quillmere-live.1)
+    execute_process(COMMAND ${GZIP_EXECUTABLE} -9 -n -c
+      INPUT_FILE ${packaging_dir}/${page}
+      OUTPUT_FILE ${CMAKE_CURRENT_BINARY_DIR}/${page}.gz
+      COMMAND_ERROR_IS_FATAL ANY)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging_dir}/${page})
+  endforeach()
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz DESTINATION ${package_docdir})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quillmere-live.1.gz
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 
 set(CPACK_PACKAGE_NAME quillmere-live)
