@@ -6,8 +6,9 @@
 
 #include <optional>
 
-// Points the program's per-user preferences at a fresh temporary folder for the life of the
-// object, so a test never reads or writes the real user's token and e-mail.
+// Points the program's per-user preferences at a file in a fresh temporary folder for the life
+// of the object, on every platform, so a test never reads or writes the real user's token and
+// e-mail.
 class ScopedPreferences {
 public:
     ScopedPreferences();
@@ -25,4 +26,5 @@ public:
 
 private:
     QTemporaryDir m_directory;
+    QString m_file;
 };
