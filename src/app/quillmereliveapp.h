@@ -8,6 +8,7 @@
 
 class QQmlApplicationEngine;
 class QQuickWindow;
+class RecordingActivity;
 class StatusItem;
 class TestTrace;
 class TrayHostWatch;
@@ -35,6 +36,7 @@ private:
     std::optional<QUrl> chooseFolder(const QString &prompt);
 
     SessionViewModel m_viewModel;
+    std::unique_ptr<RecordingActivity> m_activity;
     std::unique_ptr<QQmlApplicationEngine> m_engine;
     std::unique_ptr<TrayPanel> m_panel;
     std::unique_ptr<WindowStatus> m_windowStatus;
