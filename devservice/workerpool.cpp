@@ -21,12 +21,13 @@ WorkerPool::~WorkerPool() {
     shutdown();
 }
 
-void WorkerPool::enqueue(std::function<void()> job) {
+WorkerPool::EnqueueResult WorkerPool::enqueue(std::function<void()> job) {
     {
         const std::lock_guard lock(m_mutex);
         m_jobs.push_back(std::move(job));
     }
     m_jobArrived.notify_one();
+    return static_cast<EnqueueResult>(true); // every job is taken
 }
 
 void WorkerPool::shutdown() {

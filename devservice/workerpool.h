@@ -7,6 +7,7 @@
 #include <functional>
 #include <httplib.h>
 #include <mutex>
+#include <utility>
 #include <pthread.h>
 #include <vector>
 
@@ -21,7 +22,11 @@ public:
     WorkerPool(const WorkerPool &) = delete;
     WorkerPool &operator=(const WorkerPool &) = delete;
 
-    void enqueue(std::function<void()> job) override;
+    // cpp-httplib's queues return void from enqueue up to 0.14 and whether they took the job
+    // (bool) since 0.15: whichever this httplib.h declares.
+    using EnqueueResult =
+        decltype(std::declval<httplib::TaskQueue &>().enqueue(std::function<void()>()));
+    EnqueueResult enqueue(std::function<void()> job) override;
     void shutdown() override;
 
 private:

@@ -5,6 +5,7 @@
 #include "multipartformbody.h"
 #include "oneshotbody.h"
 #include "preferences.h"
+#include "systemproxy.h"
 #include "transporterror.h"
 
 #include <QCoreApplication>
@@ -107,6 +108,7 @@ APIClient::APIClient(QString baseURL, QString defaultStorageHost)
     , m_network(new QNetworkAccessManager)
     , m_probes(new QNetworkAccessManager)
 {
+    SystemProxy::follow();
 }
 
 APIClient::~APIClient()

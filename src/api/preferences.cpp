@@ -4,7 +4,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMutex>
 #include <QSettings>
+
+#include <memory>
 
 namespace {
 
@@ -36,11 +39,35 @@ void makePrivate(const QSettings &settings) {
 #endif
 }
 
+QMutex fileMutex;
+QString fileInUse; // guarded by fileMutex
+
+std::unique_ptr<QSettings> openSettings()
+{
+    const QString path = Preferences::file();
+    if (path.isEmpty())
+        return std::make_unique<QSettings>(Preferences::organisation, Preferences::application);
+    return std::make_unique<QSettings>(path, QSettings::IniFormat);
+}
+
 } // namespace
+
+void Preferences::useFile(const QString &path)
+{
+    const QMutexLocker lock(&fileMutex);
+    fileInUse = path;
+}
+
+QString Preferences::file()
+{
+    const QMutexLocker lock(&fileMutex);
+    return fileInUse;
+}
 
 std::optional<QString> Preferences::string(const QString &key)
 {
-    const QSettings settings(organisation, application);
+    const std::unique_ptr<QSettings> opened = openSettings();
+    const QSettings &settings = *opened;
     const QVariant value = settings.value(key);
     if (!value.isValid() || value.typeId() != QMetaType::QString)
         return std::nullopt;
@@ -49,7 +76,8 @@ std::optional<QString> Preferences::string(const QString &key)
 
 void Preferences::setString(const QString &key, const QString &value)
 {
-    QSettings settings(organisation, application);
+    const std::unique_ptr<QSettings> opened = openSettings();
+    QSettings &settings = *opened;
     makePrivate(settings);
     settings.setValue(key, value);
     settings.sync();
@@ -57,7 +85,7 @@ void Preferences::setString(const QString &key, const QString &value)
 
 void Preferences::remove(const QString &key)
 {
-    QSettings settings(organisation, application);
-    settings.remove(key);
-    settings.sync();
+    const std::unique_ptr<QSettings> opened = openSettings();
+    opened->remove(key);
+    opened->sync();
 }

@@ -18,4 +18,11 @@ public:
     static std::optional<QString> string(const QString &key);
     static void setString(const QString &key, const QString &value);
     static void remove(const QString &key);
+
+    // Keeps the values in an INI file of their own instead of the platform's store, until given
+    // an empty path: how tests keep off the user's real preferences on every platform, since
+    // QSettings::setPath reaches neither the Windows registry nor macOS's preferences.
+    static void useFile(const QString &path);
+    // The file useFile() named; empty while the platform's store is used.
+    static QString file();
 };

@@ -6,6 +6,7 @@
 #include "progressaccessible.h"
 #include "qttexts.h"
 #include "quitconfirmation.h"
+#include "recordingactivity.h"
 #include "statusitem.h"
 #include "trayhostwatch.h"
 #include "traypanel.h"
@@ -23,8 +24,13 @@
 Q_IMPORT_QML_PLUGIN(Quillmere_LivePlugin)
 
 QuillmereLiveApp::QuillmereLiveApp(QObject *parent)
-    : QObject(parent) {
+    : QObject(parent)
+    , m_activity(std::make_unique<RecordingActivity>()) {
     m_viewModel.setFolderChooser([this](const QString &prompt) { return chooseFolder(prompt); });
+    // The system keeps the program awake, and off App Nap, while a session records.
+    connect(&m_viewModel, &SessionViewModel::stateChanged, this, [this] {
+        m_activity->setHeld(m_viewModel.state() == AppState::recording);
+    });
 }
 
 QuillmereLiveApp::~QuillmereLiveApp() = default;

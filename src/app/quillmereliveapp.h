@@ -9,6 +9,7 @@
 class QQmlApplicationEngine;
 class QuitConfirmation;
 class QQuickWindow;
+class RecordingActivity;
 class StatusItem;
 class TestTrace;
 class TrayHostWatch;
@@ -36,6 +37,7 @@ private:
     std::optional<QUrl> chooseFolder(const QString &prompt);
 
     SessionViewModel m_viewModel;
+    std::unique_ptr<RecordingActivity> m_activity;
     std::unique_ptr<QQmlApplicationEngine> m_engine;
     std::unique_ptr<TrayPanel> m_panel;
     std::unique_ptr<WindowStatus> m_windowStatus;

@@ -3,6 +3,7 @@
 
 #include "sessionviewmodel.h"
 #include "statusicon.h"
+#include "trayplatform.h"
 
 #include <QAction>
 #include <QEvent>
@@ -22,7 +23,7 @@ StatusItem::StatusItem(SessionViewModel &viewModel, QObject *parent)
             [this] { Q_EMIT openRequested(m_tray.geometry()); });
     connect(m_menu.addAction(QStringLiteral("Salir")), &QAction::triggered, this,
             &StatusItem::quitRequested);
-    m_tray.setContextMenu(&m_menu);
+    TrayPlatform::attachMenu(m_tray, m_menu);
     connect(&viewModel, &SessionViewModel::stateChanged, this, [this] { refresh(false); });
     connect(&viewModel, &SessionViewModel::deliveriesChanged, this, [this] { refresh(false); });
     connect(&m_tray, &QSystemTrayIcon::activated, this,
@@ -31,7 +32,9 @@ StatusItem::StatusItem(SessionViewModel &viewModel, QObject *parent)
                     Q_EMIT clicked(m_tray.geometry());
             });
     // The camera is drawn in the desktop's text colour, which changes with its appearance.
+    // On Windows it follows the taskbar's colours instead, which the system keeps apart.
     QGuiApplication::instance()->installEventFilter(this);
+    TrayPlatform::watchLightTray(this, [this] { refresh(true); });
     refresh(true);
     m_tray.show();
 }
@@ -54,6 +57,8 @@ void StatusItem::refresh(bool force) {
         return;
     m_showsRecording = recording;
     m_showsWaiting = waiting.isValid();
-    const QColor ink = QGuiApplication::palette().color(QPalette::WindowText);
+    const std::optional<bool> lightTray = TrayPlatform::lightTray();
+    const QColor ink = lightTray ? QColor(*lightTray ? Qt::black : Qt::white)
+                                 : QGuiApplication::palette().color(QPalette::WindowText);
     m_tray.setIcon(StatusIcon::icon(recording, ink, isMacOS(), m_showsWaiting));
 }

@@ -14,7 +14,9 @@
 #include <cstdio>
 #include <functional>
 #include <utility>
+#ifdef Q_OS_UNIX
 #include <unistd.h>
+#endif
 
 bool TestTrace::enabled() {
     return !qEnvironmentVariableIsEmpty("QUILLMERE_TEST_TRACE");
@@ -27,8 +29,12 @@ TestTrace::TestTrace(SessionViewModel &viewModel, QWindow *panel, QObject *paren
     connect(panel, &QWindow::visibleChanged, this, [](bool visible) {
         say(visible ? QStringLiteral("panel shown") : QStringLiteral("panel hidden"));
     });
+#ifdef Q_OS_UNIX
+    // Commands come only where standard input can be watched like a socket: the tests that
+    // send them drive the program on Linux. Elsewhere the trace only reports.
     m_commands = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
     connect(m_commands, &QSocketNotifier::activated, this, &TestTrace::readCommands);
+#endif
     connect(&m_screen, &ScreenSwitch::screenChanged, this,
             [this] { say(QStringLiteral("screen ") + ScreenSwitch::name(m_screen.screen())); });
     connect(&viewModel, &SessionViewModel::uploadManagerChanged, this,
@@ -79,6 +85,7 @@ void TestTrace::reportShell(bool tray) {
 }
 
 void TestTrace::readCommands() {
+#ifdef Q_OS_UNIX
     char buffer[256];
     const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
     if (count <= 0) {
@@ -95,6 +102,7 @@ void TestTrace::readCommands() {
         else if (line.startsWith(QLatin1String("grab ")))
             grab(line.mid(5));
     }
+#endif
 }
 
 void TestTrace::grab(const QString &path) {

@@ -2,6 +2,7 @@
 #include "traypanel.h"
 
 #include "panelplacement.h"
+#include "trayplatform.h"
 
 #include <QCursor>
 #include <QGuiApplication>
@@ -103,13 +104,13 @@ void TrayPanel::showUnder(const QRect &iconGeometry) {
     place();
     m_window->show();
     m_window->raise();
-    m_window->requestActivate();
+    TrayPlatform::activate(*m_window);
 }
 
 void TrayPanel::showStandalone() {
     m_window->show();
     m_window->raise();
-    m_window->requestActivate();
+    TrayPlatform::activate(*m_window);
 }
 
 void TrayPanel::hide() {

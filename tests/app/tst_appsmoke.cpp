@@ -4,6 +4,7 @@
 // program's test trace says which screen it shows and which control has the focus; this test
 // grabs the display after every step into the build folder's "smoke-screens".
 #include "devservicefixture.h"
+#include "requiredtool.h"
 #include "tracedapp.h"
 #include "virtualdisplay.h"
 
@@ -49,9 +50,10 @@ private:
 
 void TestAppSmoke::initTestCase() {
     if (!display || display->name().isEmpty())
-        QSKIP("no virtual X display (Xvfb is not installed)");
+        QUILLMERE_MISSING_TOOL(QStringLiteral("Xvfb"),
+                               QStringLiteral("no virtual X display started (package xvfb)"));
     if (QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty())
-        QSKIP("xdotool is not installed");
+        QUILLMERE_MISSING_TOOL(QStringLiteral("xdotool"), QStringLiteral("it is not installed"));
     QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
     QVERIFY(m_service.setNextFolderId(folderId));
     QVERIFY(m_home.isValid());

@@ -3,6 +3,7 @@
 // Chromium) shows it, picks up a preview registered through the service client.
 #include "apiclient.h"
 #include "devservicefixture.h"
+#include "requiredtool.h"
 #include "scopedpreferences.h"
 
 #include <QBuffer>
@@ -40,7 +41,8 @@ void TestLiveGallery::initTestCase() {
             break;
     }
     if (m_browser.isEmpty())
-        QSKIP("Chromium is not installed");
+        QUILLMERE_MISSING_TOOL(QStringLiteral("Chromium"),
+                               QStringLiteral("neither chromium nor chromium-browser is installed"));
     QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
 }
 

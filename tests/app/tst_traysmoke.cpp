@@ -4,6 +4,7 @@
 // the window goes; the icon's menu opens the panel, Escape closes it, and "Salir" ends the
 // program; a tray that goes away brings the window back. The program's test trace says what it
 // shows; the display is grabbed into the build folder's "tray-screens".
+#include "requiredtool.h"
 #include "tracedapp.h"
 #include "virtualdisplay.h"
 
@@ -45,10 +46,11 @@ private:
 
 void TestTraySmoke::initTestCase() {
     if (!display || display->name().isEmpty())
-        QSKIP("no virtual X display (Xvfb is not installed)");
+        QUILLMERE_MISSING_TOOL(QStringLiteral("Xvfb"),
+                               QStringLiteral("no virtual X display started (package xvfb)"));
     for (const char *tool : {"xdotool", "trayer"})
         if (QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty())
-            QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(QLatin1String(tool))));
+            QUILLMERE_MISSING_TOOL(QLatin1String(tool), QStringLiteral("it is not installed"));
     QVERIFY(m_home.isValid());
     QVERIFY(QDir().mkpath(m_shots.path()));
 }

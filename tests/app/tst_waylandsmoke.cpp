@@ -4,6 +4,7 @@
 // headless compositor, so the quit row is pressed through its accessibility interface, by the
 // program's test trace; the panel as drawn there goes to the build folder's
 // "wayland-screens" for a person to look at.
+#include "requiredtool.h"
 #include "tracedapp.h"
 
 #include <QDeadlineTimer>
@@ -33,11 +34,12 @@ private:
 
 void TestWaylandSmoke::initTestCase() {
     if (QStandardPaths::findExecutable(QStringLiteral("weston")).isEmpty())
-        QSKIP("weston is not installed");
+        QUILLMERE_MISSING_TOOL(QStringLiteral("weston"), QStringLiteral("it is not installed"));
     const QDir platforms(QLibraryInfo::path(QLibraryInfo::PluginsPath) +
                          QStringLiteral("/platforms"));
     if (platforms.entryList({QStringLiteral("libqwayland*")}).isEmpty())
-        QSKIP("Qt's Wayland plugin is not installed (qt6-wayland)");
+        QUILLMERE_MISSING_TOOL(QStringLiteral("Qt's Wayland plugin"),
+                               QStringLiteral("it is not installed (package qt6-wayland)"));
     QVERIFY(m_runtime.isValid());
     QVERIFY(QFile::setPermissions(m_runtime.path(), QFileDevice::ReadOwner |
                                                         QFileDevice::WriteOwner |

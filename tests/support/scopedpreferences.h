@@ -6,9 +6,9 @@
 
 #include <optional>
 
-// Points the program's per-user preferences and its delivery journal at a fresh temporary
-// folder for the life of the object, so a test never reads or writes the real user's token,
-// e-mail or owed photos.
+// Points the program's per-user preferences at a file in a fresh temporary folder for the life
+// of the object, on every platform, and its delivery journal beside it, so a test never reads or
+// writes the real user's token, e-mail or owed photos.
 class ScopedPreferences {
 public:
     ScopedPreferences();
@@ -27,4 +27,5 @@ public:
 
 private:
     QTemporaryDir m_directory;
+    QString m_file;
 };

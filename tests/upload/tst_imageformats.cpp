@@ -9,6 +9,7 @@
 #include "rawdevelopments.h"
 #include "rawdngwriter.h"
 #include "rawpreview.h"
+#include "repositoryfixtures.h"
 
 #include <QDir>
 #include <QFile>
@@ -103,7 +104,9 @@ void TestImageFormats::rawPreviewSources() {
 
 void TestImageFormats::sampleDngIsDevelopedAtFullSize() {
     // A real phone DNG whose only embedded JPEG is 256 x 144: the raw data must be developed.
-    const QString file = QStringLiteral(QUILLMERE_SAMPLES_DIR "/lg-g4-600x338.dng");
+    const QString sample = QStringLiteral("lg-g4-600x338.dng");
+    QUILLMERE_REQUIRE_FIXTURE(sample);
+    const QString file = RepositoryFixtures::path(sample);
     RawPreview raw(file);
     QVERIFY(raw.isRaw());
     QCOMPARE(raw.developedSize(), QSize(600, 338));
@@ -159,7 +162,9 @@ void TestImageFormats::rawsWithoutAMosaicKeepLibRawsProcessing() {
     // The sample phone raw holds its pixels as full colour (a lossy DNG), not as a mosaic: the
     // streamed development declines it, and LibRaw's own processing develops it (at full size:
     // there are no cells to halve).
-    const QString file = QStringLiteral(QUILLMERE_SAMPLES_DIR "/lg-g4-600x338.dng");
+    const QString sample = QStringLiteral("lg-g4-600x338.dng");
+    QUILLMERE_REQUIRE_FIXTURE(sample);
+    const QString file = RepositoryFixtures::path(sample);
     QVERIFY(RawDevelopments::streamed(file).isNull());
     QCOMPARE(RawDevelopments::libRaw(file).size(), QSize(600, 338));
 }

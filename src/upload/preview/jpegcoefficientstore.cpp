@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "jpegcoefficientstore.h"
 
+#include <QTemporaryFile>
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <jpeglib.h>
 #include <jerror.h>
-#include <unistd.h>
 
 // libjpeg declares this type and leaves it to its memory manager; ours defines it here.
 struct jvirt_barray_control {
@@ -16,7 +16,7 @@ struct jvirt_barray_control {
     std::size_t rowCoefficients = 0;
     JDIMENSION residentRows = 0;
     std::vector<JCOEF> resident;
-    off_t spillOffset = 0; // where row residentRows starts in the spill file
+    qint64 spillOffset = 0; // where row residentRows starts in the spill file
     std::vector<JCOEF> window;
     JDIMENSION windowStart = 0;
     JDIMENSION windowRows = 0;
@@ -37,15 +37,16 @@ namespace {
     std::abort(); // error_exit does not return
 }
 
-bool transfer(bool write, int fd, void *data, std::size_t bytes, off_t offset) {
+bool transfer(bool write, QFile &file, void *data, std::size_t bytes, qint64 offset) {
     auto *bytesAt = static_cast<char *>(data);
+    if (!file.seek(offset))
+        return false;
     while (bytes > 0) {
-        const ssize_t done = write ? pwrite(fd, bytesAt, bytes, offset) : pread(fd, bytesAt, bytes, offset);
+        const qint64 done = write ? file.write(bytesAt, qint64(bytes)) : file.read(bytesAt, qint64(bytes));
         if (done <= 0)
             return false;
         bytesAt += done;
         bytes -= std::size_t(done);
-        offset += done;
     }
     return true;
 }
@@ -75,7 +76,7 @@ struct JpegCoefficientStore::Hooks {
         JpegCoefficientStore &owner = store(common);
         owner.m_realizeOthers(common);
         std::size_t budget = owner.m_budget;
-        off_t spilled = 0;
+        qint64 spilled = 0;
         for (const auto &array : owner.m_arrays) {
             if (!array->resident.empty() || !array->window.empty())
                 continue;
@@ -84,20 +85,21 @@ struct JpegCoefficientStore::Hooks {
             budget -= std::size_t(array->residentRows) * array->rowBytes();
             array->resident.assign(std::size_t(array->residentRows) * array->rowCoefficients, 0);
             array->spillOffset = spilled;
-            spilled += off_t(array->rows - array->residentRows) * off_t(array->rowBytes());
+            spilled += qint64(array->rows - array->residentRows) * qint64(array->rowBytes());
             array->window.assign(std::size_t(array->maxAccess) * array->rowCoefficients, 0);
             array->rowPointers.resize(array->maxAccess);
         }
         if (spilled == 0)
             return;
-        // Unlinked at once; a sparse file reads back zeros where nothing was written yet.
-        owner.m_spill = std::tmpfile();
-        if (owner.m_spill == nullptr || ftruncate(fileno(owner.m_spill), spilled) != 0)
+        // Grown, not written: where the file system has sparse files (all of the desktop ones
+        // but FAT) this costs no disk until rows arrive, and unwritten parts read back as zeros.
+        owner.m_spill = std::make_unique<QTemporaryFile>();
+        if (!owner.m_spill->open() || !owner.m_spill->resize(spilled))
             failIo(common);
     }
 
     static void moveWindow(j_common_ptr common, jvirt_barray_control &array, bool write) {
-        const int fd = fileno(store(common).m_spill);
+        QFile &spill = *store(common).m_spill;
         for (JDIMENSION i = 0; i < array.windowRows; ++i) {
             const JDIMENSION index = array.windowStart + i;
             JCOEF *windowRow = array.window.data() + std::size_t(i) * array.rowCoefficients;
@@ -109,9 +111,9 @@ struct JpegCoefficientStore::Hooks {
                     std::memcpy(windowRow, residentRow, array.rowBytes());
                 continue;
             }
-            const off_t offset =
-                array.spillOffset + off_t(index - array.residentRows) * off_t(array.rowBytes());
-            if (!transfer(write, fd, windowRow, array.rowBytes(), offset))
+            const qint64 offset =
+                array.spillOffset + qint64(index - array.residentRows) * qint64(array.rowBytes());
+            if (!transfer(write, spill, windowRow, array.rowBytes(), offset))
                 failIo(common);
         }
     }
@@ -153,10 +155,7 @@ struct JpegCoefficientStore::Hooks {
 JpegCoefficientStore::JpegCoefficientStore(std::size_t residentBytes)
     : m_budget(residentBytes) {}
 
-JpegCoefficientStore::~JpegCoefficientStore() {
-    if (m_spill != nullptr)
-        std::fclose(m_spill);
-}
+JpegCoefficientStore::~JpegCoefficientStore() = default;
 
 void JpegCoefficientStore::install(jpeg_decompress_struct &decompressor) {
     decompressor.client_data = this;

@@ -20,7 +20,11 @@ namespace {
 // LibRaw reports damaged data through these callbacks, by default on stderr; a preview fails
 // or succeeds silently instead.
 void ignoreDataError(void *, const char *, const int) {}
+#if !LIBRAW_COMPILE_CHECK_VERSION_NOTLESS(0, 21)
+// Up to 0.20 LibRaw reports a failed allocation to this handler too; 0.21 dropped the handler,
+// and the failure comes back from the call alone.
 void ignoreMemoryError(void *, const char *, const char *) {}
+#endif
 
 // Raw data takes two bytes a pixel once unpacked. Compressed raws keep well over a byte for
 // every eight pixels, so a file smaller than that cannot hold the raw it claims: it is cut
@@ -67,11 +71,19 @@ RawPreview::~RawPreview() = default;
 bool RawPreview::open() {
     m_raw->recycle();
     m_raw->set_dataerror_handler(&ignoreDataError, nullptr);
+#if !LIBRAW_COMPILE_CHECK_VERSION_NOTLESS(0, 21)
     m_raw->set_memerror_handler(&ignoreMemoryError, nullptr);
+#endif
     libraw_output_params_t &params = m_raw->imgdata.params;
     params.user_flip = 0;
-    // LibRaw's own cap on the unpacked raw: the largest photo decoded at two bytes a pixel.
-    params.max_raw_memory_mb = unsigned(PreviewGeometry::largestSourcePixels * 2 / (1024 * 1024));
+    // LibRaw's own cap on the unpacked raw: the largest photo decoded at two bytes a pixel. Its
+    // place moved from the output parameters to the unpacking ones in 0.21.
+    const auto rawMegabytes = unsigned(PreviewGeometry::largestSourcePixels * 2 / (1024 * 1024));
+#if LIBRAW_COMPILE_CHECK_VERSION_NOTLESS(0, 21)
+    m_raw->imgdata.rawparams.max_raw_memory_mb = rawMegabytes;
+#else
+    params.max_raw_memory_mb = rawMegabytes;
+#endif
     return m_raw->open_file(m_path.constData()) == LIBRAW_SUCCESS;
 }
 
