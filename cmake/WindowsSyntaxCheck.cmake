@@ -16,7 +16,7 @@ endif()
 # each found where this build found its library; LibRaw's are a folder of their own.
 set(headers "")
 foreach(header tiff.h tiffio.h tiffconf.h tiffvers.h jpeglib.h jerror.h jmorecfg.h jconfig.h
-               turbojpeg.h png.h pngconf.h pnglibconf.h)
+               turbojpeg.h png.h pngconf.h pnglibconf.h lcms2.h)
   string(MAKE_C_IDENTIFIER "${header}" id)
   find_file(QUILLMERE_WINDOWS_HEADER_${id} ${header}
     HINTS ${TIFF_INCLUDE_DIRS} ${PNG_INCLUDE_DIRS} ${LibRaw_INCLUDE_DIR})
