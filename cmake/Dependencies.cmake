@@ -25,10 +25,20 @@ if(NOT TARGET libjpeg-turbo::turbojpeg)
   quillmere_pkg_config_target(libjpeg-turbo::jpeg libjpeg)
 endif()
 
-# Little CMS: vcpkg's package where there is one, pkg-config elsewhere (it ships no CMake file).
+# Little CMS ships no CMake file of its own: vcpkg's package where there is one, else its header
+# and library where the compiler looks (Debian, Homebrew), pkg-config only after that.
 find_package(lcms2 CONFIG QUIET)
 if(NOT TARGET lcms2::lcms2)
-  quillmere_pkg_config_target(lcms2::lcms2 lcms2)
+  find_path(LCMS2_INCLUDE_DIR lcms2.h)
+  find_library(LCMS2_LIBRARY NAMES lcms2 liblcms2)
+  mark_as_advanced(LCMS2_INCLUDE_DIR LCMS2_LIBRARY)
+  if(LCMS2_INCLUDE_DIR AND LCMS2_LIBRARY)
+    add_library(lcms2::lcms2 UNKNOWN IMPORTED GLOBAL)
+    set_target_properties(lcms2::lcms2 PROPERTIES IMPORTED_LOCATION "${LCMS2_LIBRARY}"
+                          INTERFACE_INCLUDE_DIRECTORIES "${LCMS2_INCLUDE_DIR}")
+  else()
+    quillmere_pkg_config_target(lcms2::lcms2 lcms2)
+  endif()
 endif()
 
 # LibRaw has no package of its own: cmake/FindLibRaw.cmake. 0.20 to 0.22 are the versions the
