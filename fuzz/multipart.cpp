@@ -51,10 +51,7 @@ Reading read(std::string_view boundary, std::string_view body, std::uint32_t see
     } else {
         std::uint32_t state = seed;
         while (!body.empty()) {
-            state ^= state << 13;
-            state ^= state >> 17;
-            state ^= state << 5;
-            const std::size_t piece = std::min<std::size_t>(body.size(), 1 + state % 37);
+            const std::size_t piece = FuzzRules::nextPiece(state, body.size(), 37);
             reader.feed(body.substr(0, piece));
             body.remove_prefix(piece);
         }

@@ -2,6 +2,8 @@
 #include "apiclient.h"
 
 #include "authresponse.h"
+#include "backgroundupload.h"
+#include "ledbatwindow.h"
 #include "multipartformbody.h"
 #include "oneshotbody.h"
 #include "preferences.h"
@@ -107,6 +109,7 @@ APIClient::APIClient(QString baseURL, QString defaultStorageHost)
     , m_defaultStorageHost(std::move(defaultStorageHost))
     , m_network(new QNetworkAccessManager)
     , m_probes(new QNetworkAccessManager)
+    , m_backgroundPath(std::make_shared<LedbatWindow>())
 {
     SystemProxy::follow();
 }
@@ -116,6 +119,8 @@ APIClient::~APIClient()
     delete m_probes;
     delete m_network;
 }
+
+void APIClient::forgetUplinkPath() { m_backgroundPath->forgetPath(); }
 
 QUrl APIClient::endpoint(const QString &path) const { return parsedOrFatal(m_baseURL + path); }
 
@@ -168,29 +173,39 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
     if (QThread::currentThread() != m_network->thread())
         qFatal("APIClient: requests must be sent from the thread that owns the client");
 
-    request.setAttribute(QNetworkRequest::ConnectionCacheExpiryTimeoutSecondsAttribute,
-                         idleConnectionSeconds);
-    auto *const once = new OneShotBody(std::move(body));
-    if (uplink == Uplink::yields)
-        once->yieldTo(&m_uplink);
     const UplinkGate::Hold holding = uplink == Uplink::holds ? m_uplink.hold() : UplinkGate::Hold();
+    OneShotBody *once = nullptr;
+    QNetworkReply *sent = nullptr;
+    if (uplink == Uplink::yields) {
+        // An original goes on a connection of its own, paced below what the uplink can take.
+        sent = new BackgroundUpload(request, verb, std::move(body), m_backgroundPath, &m_uplink);
+    } else {
+        request.setAttribute(QNetworkRequest::ConnectionCacheExpiryTimeoutSecondsAttribute,
+                             idleConnectionSeconds);
+        once = new OneShotBody(std::move(body));
+        sent = m_network->sendCustomRequest(request, verb, once);
+        once->setParent(sent);
+    }
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
-        m_network->sendCustomRequest(request, verb, once),
-        [](QNetworkReply *r) { r->deleteLater(); });
-    once->setParent(reply.get());
+        sent, [](QNetworkReply *r) { r->deleteLater(); });
     m_replies.watch(reply.get());
     co_await reply.get();
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     // An aborted reply (a request given up on a dead connection) is closed, with nothing to read.
     QByteArray replyBody = reply->isOpen() ? reply->readAll() : QByteArray();
+    if (const auto *background = qobject_cast<const BackgroundUpload *>(reply.get());
+        background && background->closedUnanswered()) {
+        unanswered = true;
+        throw connectionClosedBeforeReply();
+    }
     // Qt wanted to send the request again before the whole reply had come: the connection
     // closed. (After a whole 307 or 308 reply it rewinds the body too, in case the redirect is
     // followed; that reply is judged by its status like any other.)
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     const bool wholeReply =
         status.isValid() && (!length.isValid() || replyBody.size() >= length.toLongLong());
-    if (once->resendRefused() && !wholeReply) {
+    if (once && once->resendRefused() && !wholeReply) {
         unanswered = !status.isValid() && replyBody.isEmpty();
         throw connectionClosedBeforeReply();
     }

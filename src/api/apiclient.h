@@ -12,7 +12,9 @@
 #include <QString>
 
 #include <chrono>
+#include <memory>
 
+class LedbatWindow;
 class QNetworkAccessManager;
 class QNetworkReply;
 class QUrl;
@@ -57,9 +59,19 @@ public:
     // Posts the file as a multipart form and completes with its public URL. The uplink goes to
     // the high-priority uploads (the previews): while one of them is on its way, the body of a
     // low-priority upload (an original) holds back, so that a preview never queues behind it.
+    // A low-priority upload goes on a connection of its own as a background transfer: it takes
+    // what the uplink has to spare and leaves no queue in front of it (BackgroundUpload).
     QCoro::Task<QString>
     uploadToStorage(PresignResponse presign, QByteArray fileData,
                     QNetworkRequest::Priority priority = QNetworkRequest::NormalPriority);
+
+    // Holds the originals back to a trickle for as long as the hold lives. A preview's job holds
+    // it from its start to its registration, so that by the time the preview is sent, what the
+    // originals had on their way has drained from the uplink's queue.
+    [[nodiscard]] UplinkGate::Hold holdUplink() { return m_uplink.hold(); }
+    // The network changed (another one joined, a wake): the uplink the originals measured is
+    // gone, and what was learned of it with it.
+    void forgetUplinkPath();
 
     // 60 seconds unless a test needs to see a timeout sooner.
     void setRequestTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
@@ -104,5 +116,7 @@ private:
     QNetworkAccessManager *m_network;
     QNetworkAccessManager *m_probes; // connections of their own, never shared with requests
     UplinkGate m_uplink;
+    // The uplink as the originals found it, carried from one to the next.
+    std::shared_ptr<LedbatWindow> m_backgroundPath;
     ReplyWatch m_replies;
 };

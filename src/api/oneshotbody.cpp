@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "oneshotbody.h"
 
-#include "sendqueuelimit.h"
-#include "uplinkgate.h"
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -13,8 +10,6 @@ OneShotBody::OneShotBody(QByteArray bytes, QObject *parent)
     , m_bytes(std::move(bytes))
 {
     open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    m_nextTrickle.setSingleShot(true);
-    connect(&m_nextTrickle, &QTimer::timeout, this, &QIODevice::readyRead);
 }
 
 bool OneShotBody::seek(qint64 position)
@@ -35,28 +30,8 @@ bool OneShotBody::reset()
     return false;
 }
 
-void OneShotBody::yieldTo(UplinkGate *gate)
-{
-    m_gate = gate;
-    // Qt stops asking for a body that gave nothing, until the body says it has more.
-    connect(gate, &UplinkGate::opened, this, &QIODevice::readyRead);
-}
-
 qint64 OneShotBody::readData(char *data, qint64 maxSize)
 {
-    // Qt asks for the first piece once the connection is open: from then on, what this body
-    // holds back is not already queued in the kernel.
-    if (m_gate && m_offset == 0 && !std::exchange(m_queueLimited, true))
-        SendQueueLimit::applyToOpenConnections();
-    if (const UplinkGate *const gate = m_gate.data(); gate && gate->isHeld()) {
-        if (m_sinceTrickle.isValid() && !m_sinceTrickle.hasExpired(trickleInterval.count())) {
-            if (!m_nextTrickle.isActive())
-                m_nextTrickle.start(trickleInterval - std::chrono::milliseconds(m_sinceTrickle.elapsed()));
-            return 0;
-        }
-        m_sinceTrickle.start();
-        maxSize = std::min(maxSize, trickleBytes);
-    }
     const qint64 left = m_bytes.size() - m_offset;
     if (left <= 0)
         return -1;

@@ -2,14 +2,7 @@
 #pragma once
 
 #include <QByteArray>
-#include <QElapsedTimer>
 #include <QIODevice>
-#include <QPointer>
-#include <QTimer>
-
-#include <chrono>
-
-class UplinkGate;
 
 // The body of one request, which Qt's HTTP stack may read once and never again.
 //
@@ -27,15 +20,6 @@ public:
     // Whether Qt tried to rewind the body, that is, to send the request again.
     bool resendRefused() const { return m_resendRefused; }
 
-    // Holds back the rest of the body while the gate is held. Qt asks for a body piece by
-    // piece as its connection can take them, so holding back leaves the link to others. A
-    // trickle still goes out meanwhile: Qt sends no headers before the first piece, and a
-    // server closes a connection that carries nothing for a few seconds, which here would
-    // lose the request.
-    void yieldTo(UplinkGate *gate);
-    static constexpr qint64 trickleBytes = 1024;
-    static constexpr std::chrono::milliseconds trickleInterval{500};
-
     bool isSequential() const override { return false; }
     qint64 size() const override { return m_bytes.size(); }
     bool seek(qint64 position) override;
@@ -49,8 +33,4 @@ private:
     QByteArray m_bytes;
     qint64 m_offset = 0;
     bool m_resendRefused = false;
-    bool m_queueLimited = false;
-    QPointer<UplinkGate> m_gate;
-    QElapsedTimer m_sinceTrickle; // invalid until the first piece handed out while held
-    QTimer m_nextTrickle;
 };

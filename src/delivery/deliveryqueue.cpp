@@ -33,6 +33,8 @@ DeliveryQueue::DeliveryQueue(QObject *parent)
 
     connect(m_settling, &SettleWatch::changedAndSettled, this, &DeliveryQueue::takeAgain);
     connect(m_connectivity, &ConnectivityWatch::networkMayBeBack, this, [this] {
+        // Back on what may be another network: its uplink is measured afresh.
+        m_api.forgetUplinkPath();
         if (m_owed.empty())
             return;
         // Whatever hangs on a connection from before is dead; the probe finds out at once

@@ -87,6 +87,9 @@ QCoro::Task<> UploadJobs::registerPreview(UploadJobContext context, StoredPrevie
 QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
 {
     co_await context.previewSemaphore->wait();
+    // From its making to its registration the preview has the uplink: the originals' bytes
+    // still queued in front of it drain while it is made and authorised, and none join them.
+    UplinkGate::Hold uplink = context.api->holdUplink();
 
     std::optional<AttemptFailure> failure;
     std::optional<StoredPreview> stored = context.delivery.storedPreview;
@@ -113,6 +116,7 @@ QCoro::Task<> UploadJobs::runPreviewJob(UploadJobContext context)
         failure = AttemptFailure::of(error);
     }
 
+    uplink.release();
     if (failure) {
         if (context.manager)
             context.manager->setError(QStringLiteral("Error: ") + failure->description);

@@ -142,6 +142,41 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 3, 30000);
     }
 
+    // From the start of its job to its registration a preview has the uplink: an original under
+    // way meanwhile holds back its body (two megabytes, which loopback carries in milliseconds)
+    // while the preview's authorisation or registration is kept waiting at the service, and goes
+    // on once the preview is registered.
+    void aPreviewHoldsTheOriginalsBackUntilItIsRegistered_data()
+    {
+        QTest::addColumn<QString>("heldStep");
+        QTest::newRow("authorisation") << QStringLiteral("presign");
+        QTest::newRow("registration") << QStringLiteral("register");
+    }
+    void aPreviewHoldsTheOriginalsBackUntilItIsRegistered()
+    {
+        QFETCH(QString, heldStep);
+        const auto original = awaitOutcome(APIClient::shared().presign(
+            m_folderId, QStringLiteral("EARLIER.JPG"), QStringLiteral("image/jpeg")));
+        QVERIFY(original.value);
+        QVERIFY(m_service.injectFault(DevService::Fault::withHold(heldStep)));
+        UploadManager manager(m_folderId);
+        manager.uploadFile(QUrl::fromLocalFile(writePhoto(QStringLiteral("A.JPG"), m_jpeg)));
+        QTRY_COMPARE_WITH_TIMEOUT(m_service.pendingFaults(), 0, 20000);
+
+        const QByteArray originalBytes(2 * 1024 * 1024, 'o');
+        QCoro::Task<QString> storing = APIClient::shared().uploadToStorage(
+            *original.value, originalBytes, QNetworkRequest::LowPriority);
+        QVERIFY(!QTest::qWaitFor(
+            [&] { return m_service.storedObject(original.value->key).has_value(); }, 2000));
+        QCOMPARE(manager.uploadedCount(), 0);
+
+        QVERIFY(m_service.releaseHeld());
+        QVERIFY(awaitOutcome(std::move(storing)).value);
+        QCOMPARE(m_service.storedObject(original.value->key), std::optional(originalBytes));
+        QTRY_COMPARE_WITH_TIMEOUT(manager.uploadedCount(), 1, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(manager.fullResUploaded(), 1, 20000);
+    }
+
     void undecodablePhotoReachesNoService()
     {
         UploadManager manager(m_folderId);
