@@ -25,9 +25,14 @@ struct Session {
     QTemporaryDir folder;
     std::unique_ptr<SessionViewModel> model;
 
-    bool open()
+    // `servicePort` 0 lets devservice pick a free one; a shaped link that slows one direction
+    // only needs to know it beforehand.
+    bool open(quint16 servicePort = 0)
     {
-        if (!service.start()) {
+        const QStringList port = servicePort == 0
+            ? QStringList()
+            : QStringList{QStringLiteral("--port"), QString::number(servicePort)};
+        if (!service.start(DevService::Transport::http, {}, port)) {
             std::fprintf(stderr, "devservice: %s\n", qPrintable(service.errorString()));
             return false;
         }

@@ -3,10 +3,13 @@
 // camera's last write each preview is registered, how long until every original is stored,
 // the peak memory of the process, and the CPU the watcher costs while nothing happens.
 //
-//   session_bench --make-photo FILE [--width W --height H]   writes a camera-like JPEG
+//   session_bench --make-photo FILE [--width W --height H] [--quality Q] [--detail N]
+//                                                            writes a camera-like JPEG
 //   session_bench --photo FILE [--count 100] [--rate 10]     the latency run
 //   session_bench --photo FILE --count N --interval 2-10     photos at random intervals (seconds)
-//   session_bench --photo FILE --count 20 --rate 1 --link-mbit 20   on a shaped loopback of 20 Mbit/s
+//   session_bench --photo FILE --count 20 --rate 1 --link-mbit 20 [--service-port P]
+//                 [--uplink-device ifb0] [--previews-only] [--calibrate 4]
+//                                                            on a link shaped to 20 Mbit/s
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
 #include "apiclient.h"
 #include "benchsession.h"
@@ -18,6 +21,7 @@
 #include "previewmaker.h"
 #include "scopedpreferences.h"
 #include "sessionviewmodel.h"
+#include "shootinguplink.h"
 #include "uploadmanager.h"
 
 #include <QCommandLineParser>
@@ -40,22 +44,6 @@
 
 namespace {
 
-// Bytes sent so far through this network namespace's loopback, headers and acknowledgements
-// included: what the shaped link carried. Nothing where the system does not say.
-std::optional<qint64> loopbackBytesSent()
-{
-    QFile devices(QStringLiteral("/proc/net/dev"));
-    if (!devices.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    for (const QByteArray &line : devices.readAll().split('\n')) {
-        const QList<QByteArray> fields = QByteArray(line).replace(':', ' ').simplified().split(' ');
-        // lo: receive bytes, packets, errs, drop, fifo, frame, compressed, multicast; then sent bytes
-        if (fields.size() > 9 && fields[0] == "lo")
-            return fields[9].toLongLong();
-    }
-    return std::nullopt;
-}
-
 double cpuSeconds()
 {
     rusage usage{};
@@ -71,10 +59,28 @@ long peakMegabytes()
     return usage.ru_maxrss / 1024;
 }
 
-int makePhoto(const QString &path, int width, int height)
+// `detail` adds texture at the scale a preview keeps (blocks of three pixels), as a busy
+// scene (foliage, a crowd, fabric) has it: its preview is larger, and so is the original.
+int makePhoto(const QString &path, int width, int height, int quality, int detail)
 {
-    const QImage image = PhotoGenerator(QSize(width, height), 2026).image8();
-    const QByteArray jpeg = PhotoFiles::encodeJpeg(image, 95);
+    QImage image = PhotoGenerator(QSize(width, height), 2026).image8();
+    if (detail > 0) {
+        std::mt19937 random(7);
+        std::uniform_int_distribution<int> texture(-detail, detail);
+        std::vector<int> row(size_t(width / 3 + 1));
+        for (int y = 0; y < height; ++y) {
+            if (y % 3 == 0)
+                for (int &value : row)
+                    value = texture(random);
+            uchar *pixels = image.scanLine(y);
+            for (int x = 0; x < width; ++x)
+                for (int channel = 0; channel < 3; ++channel) {
+                    uchar &value = pixels[3 * x + channel];
+                    value = uchar(std::clamp(int(value) + row[size_t(x / 3)], 0, 255));
+                }
+        }
+    }
+    const QByteArray jpeg = PhotoFiles::encodeJpeg(image, quality);
     if (!PhotoFiles::writeFile(path, jpeg))
         return 1;
     std::printf("wrote %s: %dx%d, %.1f MB\n", qPrintable(path), width, height, double(jpeg.size()) / 1e6);
@@ -111,10 +117,30 @@ std::vector<qint64> cameraSchedule(int count, int rate, std::optional<std::pair<
     return due;
 }
 
-int latencyRun(const QString &photoPath, int count, int rate,
-               std::optional<std::pair<double, double>> interval, std::optional<double> linkMbit)
+struct LatencyRunOptions {
+    int count = 100;
+    int rate = 10;
+    std::optional<std::pair<double, double>> interval;
+    std::optional<double> linkMbit;
+    quint16 servicePort = 0;
+    QString uplinkDevice = QStringLiteral("lo");
+    int calibrateSeconds = 0; // the link's capacity measured first, through the service's port
+    bool previewsOnly = false; // done once every preview is registered
+};
+
+int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
 {
+    const int count = options.count;
+    const std::optional<double> linkMbit = options.linkMbit;
     printReferencePreview(photoPath);
+    std::optional<double> capacity;
+    if (options.calibrateSeconds > 0 && options.servicePort != 0) {
+        capacity = ShootingUplink::measureCapacity(options.servicePort, options.uplinkDevice,
+                                                   options.calibrateSeconds);
+        if (capacity && linkMbit)
+            std::printf("the link carries %.3f Mbit/s, %.1f %% of its nominal rate\n",
+                        *capacity / 1e6, 100.0 * *capacity / (*linkMbit * 1e6));
+    }
     QFile source(photoPath);
     if (!source.open(QIODevice::ReadOnly))
         return 1;
@@ -122,13 +148,13 @@ int latencyRun(const QString &photoPath, int count, int rate,
     source.close();
 
     Session session;
-    if (!session.open() || !session.start())
+    if (!session.open(options.servicePort) || !session.start())
         return 1;
 
     // The camera: one photo at each moment of the schedule, each written in four pieces.
     std::vector<std::atomic<qint64>> lastWrite(static_cast<size_t>(count));
     const QString folder = session.folder.path();
-    const std::vector<qint64> schedule = cameraSchedule(count, rate, interval);
+    const std::vector<qint64> schedule = cameraSchedule(count, options.rate, options.interval);
     std::atomic<bool> cameraDone = false;
     const qint64 startedAt = QDateTime::currentMSecsSinceEpoch();
     std::thread camera([&] {
@@ -156,9 +182,20 @@ int latencyRun(const QString &photoPath, int count, int rate,
     std::optional<qint64> linkBytesAtLast;
     qint64 lastMove = QDateTime::currentMSecsSinceEpoch();
     qint64 seen = -1;
+    const std::optional<QByteArray> preview =
+        ImageResizer::createPreview(QUrl::fromLocalFile(photoPath));
+    std::optional<ShootingUplink> shooting;
+    if (linkMbit && preview)
+        shooting.emplace(options.uplinkDevice, *linkMbit, preview->size());
+    if (shooting && capacity)
+        shooting->setMeasuredCapacity(*capacity);
+    QObject::connect(manager, &UploadManager::uploadedCountChanged, manager, [&] {
+        if (shooting)
+            shooting->previewRegistered();
+    });
     QObject::connect(manager, &UploadManager::fullResUploadedChanged, manager, [&] {
         allStoredAt = QDateTime::currentMSecsSinceEpoch();
-        linkBytesAtLast = loopbackBytesSent();
+        linkBytesAtLast = ShootingUplink::bytesSent(options.uplinkDevice);
         if (manager->fullResUploaded() == 1) {
             firstStoredAt = allStoredAt;
             linkBytesAtFirst = linkBytesAtLast;
@@ -171,11 +208,12 @@ int latencyRun(const QString &photoPath, int count, int rate,
             lastMove = QDateTime::currentMSecsSinceEpoch();
         }
         return manager->fullResUploaded() >= count ||
+               (options.previewsOnly && manager->uploadedCount() >= count) ||
                (cameraDone && QDateTime::currentMSecsSinceEpoch() - lastMove > 30000);
     }, 3600000);
     camera.join();
     const std::optional<QString> lastError = manager->error();
-    if (manager->fullResUploaded() < count)
+    if (manager->fullResUploaded() < count && !options.previewsOnly)
         std::fprintf(stderr, "only %lld of %d originals stored, %lld previews registered; last error: %s\n",
                      manager->fullResUploaded(), count, manager->uploadedCount(),
                      lastError ? qPrintable(*lastError) : "none");
@@ -190,14 +228,23 @@ int latencyRun(const QString &photoPath, int count, int rate,
         return 1;
     std::sort(latencies.begin(), latencies.end());
     const auto at = [&](double q) { return latencies[std::min(latencies.size() - 1, size_t(q * double(latencies.size())))]; };
-    if (interval)
+    if (options.interval)
         std::printf("photos: %d of %.1f MB, %.0f to %.0f s apart\n", count, double(photo.size()) / 1e6,
-                    interval->first, interval->second);
+                    options.interval->first, options.interval->second);
     else
-        std::printf("photos: %d of %.1f MB at %d per second\n", count, double(photo.size()) / 1e6, rate);
+        std::printf("photos: %d of %.1f MB at %d per second\n", count, double(photo.size()) / 1e6,
+                    options.rate);
+    if (preview)
+        std::printf("each preview: %lld bytes\n", static_cast<long long>(preview->size()));
     std::printf("previews registered: %zu\n", latencies.size());
     std::printf("last write -> preview registered: median %lld ms, p95 %lld ms, max %lld ms\n",
                 at(0.5), at(0.95), latencies.back());
+    if (shooting)
+        std::printf("floor (1 s + preview / link): %.0f ms; median %.3f x floor, p95 %.3f x floor\n",
+                    shooting->floorMs(), double(at(0.5)) / shooting->floorMs(),
+                    double(at(0.95)) / shooting->floorMs());
+    if (shooting)
+        shooting->print();
     if (allStoredAt > 0)
         std::printf("first write -> last original stored: %.1f s\n", double(allStoredAt - startedAt) / 1000.0);
     // The originals go one after the other from the first preview on: the first original starts
@@ -229,8 +276,6 @@ int latencyRun(const QString &photoPath, int count, int rate,
                         100.0 * double(*linkBytesAtLast - *linkBytesAtFirst) * 8.0 / 1e6 / seconds / *linkMbit);
         std::printf("\n");
     }
-    if (const std::optional<QByteArray> preview = ImageResizer::createPreview(QUrl::fromLocalFile(photoPath)))
-        std::printf("each preview: %.2f MB\n", double(preview->size()) / 1e6);
     // A clean run authorises each photo twice (preview and original); more means a request met
     // a lost connection and an original was tried again.
     std::printf("authorisations: %lld for %d photos (a clean run needs %d)\n",
@@ -240,7 +285,10 @@ int latencyRun(const QString &photoPath, int count, int rate,
     std::printf("previews made before their photo was handed over: %lld\n",
                 manager->previews().reusedCount());
     std::printf("peak memory of the process: %ld MB\n", peakMegabytes());
-    return latencies.size() == size_t(count) && manager->fullResUploaded() == count ? 0 : 1;
+    return latencies.size() == size_t(count) &&
+                   (options.previewsOnly || manager->fullResUploaded() == count)
+               ? 0
+               : 1;
 }
 
 int idleRun(int files, int seconds)
@@ -273,15 +321,23 @@ int main(int argc, char **argv)
     const QCommandLineOption idleOption(QStringLiteral("idle-files"), QStringLiteral("Idle run with this many photos"), QStringLiteral("n"));
     const QCommandLineOption widthOption(QStringLiteral("width"), QStringLiteral("Width"), QStringLiteral("px"), QStringLiteral("6000"));
     const QCommandLineOption heightOption(QStringLiteral("height"), QStringLiteral("Height"), QStringLiteral("px"), QStringLiteral("4000"));
+    const QCommandLineOption qualityOption(QStringLiteral("quality"), QStringLiteral("JPEG quality of the photo"), QStringLiteral("1-100"), QStringLiteral("95"));
+    const QCommandLineOption detailOption(QStringLiteral("detail"), QStringLiteral("Texture added at a preview's scale, 0-64"), QStringLiteral("n"), QStringLiteral("0"));
     const QCommandLineOption countOption(QStringLiteral("count"), QStringLiteral("Photos"), QStringLiteral("n"), QStringLiteral("100"));
     const QCommandLineOption rateOption(QStringLiteral("rate"), QStringLiteral("Photos per second"), QStringLiteral("n"), QStringLiteral("10"));
     const QCommandLineOption intervalOption(QStringLiteral("interval"), QStringLiteral("Seconds between photos, at random between two bounds"), QStringLiteral("min-max"));
     const QCommandLineOption linkOption(QStringLiteral("link-mbit"), QStringLiteral("The shaped loopback's rate, for the link's figures"), QStringLiteral("Mbit/s"));
+    const QCommandLineOption portOption(QStringLiteral("service-port"), QStringLiteral("devservice's port, for a link shaped one way"), QStringLiteral("port"), QStringLiteral("0"));
+    const QCommandLineOption uplinkOption(QStringLiteral("uplink-device"), QStringLiteral("The interface whose sent bytes are the uplink's"), QStringLiteral("name"), QStringLiteral("lo"));
+    const QCommandLineOption previewsOnlyOption(QStringLiteral("previews-only"), QStringLiteral("Done once every preview is registered"));
+    const QCommandLineOption calibrateOption(QStringLiteral("calibrate"), QStringLiteral("Seconds to measure the link's capacity for first, through the service's port"), QStringLiteral("s"), QStringLiteral("0"));
     const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("Idle seconds"), QStringLiteral("s"), QStringLiteral("30"));
-    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, countOption, rateOption, intervalOption, linkOption, secondsOption});
+    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, qualityOption, detailOption, countOption, rateOption, intervalOption, linkOption, portOption, uplinkOption, previewsOnlyOption, calibrateOption, secondsOption});
     parser.process(app);
     if (parser.isSet(makePhotoOption))
-        return makePhoto(parser.value(makePhotoOption), parser.value(widthOption).toInt(), parser.value(heightOption).toInt());
+        return makePhoto(parser.value(makePhotoOption), parser.value(widthOption).toInt(),
+                         parser.value(heightOption).toInt(), parser.value(qualityOption).toInt(),
+                         parser.value(detailOption).toInt());
     if (parser.isSet(photoOption)) {
         std::optional<std::pair<double, double>> interval;
         if (parser.isSet(intervalOption)) {
@@ -290,11 +346,17 @@ int main(int argc, char **argv)
                 parser.showHelp(2);
             interval = std::pair(bounds[0].toDouble(), bounds[1].toDouble());
         }
-        std::optional<double> linkMbit;
+        LatencyRunOptions options;
+        options.count = parser.value(countOption).toInt();
+        options.rate = parser.value(rateOption).toInt();
+        options.interval = interval;
         if (parser.isSet(linkOption))
-            linkMbit = parser.value(linkOption).toDouble();
-        return latencyRun(parser.value(photoOption), parser.value(countOption).toInt(),
-                          parser.value(rateOption).toInt(), interval, linkMbit);
+            options.linkMbit = parser.value(linkOption).toDouble();
+        options.servicePort = parser.value(portOption).toUShort();
+        options.uplinkDevice = parser.value(uplinkOption);
+        options.previewsOnly = parser.isSet(previewsOnlyOption);
+        options.calibrateSeconds = parser.value(calibrateOption).toInt();
+        return latencyRun(parser.value(photoOption), options);
     }
     if (parser.isSet(idleOption))
         return idleRun(parser.value(idleOption).toInt(), parser.value(secondsOption).toInt());
