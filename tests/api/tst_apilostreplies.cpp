@@ -3,7 +3,9 @@
 // has acted on the request, reaches the caller as a transport error; the request is never sent
 // again behind the caller's back. The two exceptions do the same however often they arrive (a
 // presign, an upload to a presigned key): when their connection closed before a single byte of
-// the reply, they go once more at once, as browsers send such requests again.
+// the reply, they go once more at once, as browsers send such requests again. An original's
+// upload, which goes on a connection of its own rather than through Qt's stack, keeps the same
+// rules.
 #include "apiclient.h"
 #include "apierror.h"
 #include "devservicefixture.h"
@@ -16,12 +18,22 @@
 
 namespace {
 
+// "upload" is a preview's, through Qt's HTTP stack; "original" an original's, on a connection
+// of its own. Both reach the object store's upload endpoint.
 const QStringList operations{QStringLiteral("authenticate"), QStringLiteral("createSession"),
                              QStringLiteral("endSession"),   QStringLiteral("presign"),
-                             QStringLiteral("register"),     QStringLiteral("upload")};
+                             QStringLiteral("register"),     QStringLiteral("upload"),
+                             QStringLiteral("original")};
 const QStringList sentOnce{QStringLiteral("authenticate"), QStringLiteral("createSession"),
                            QStringLiteral("endSession"), QStringLiteral("register")};
-const QStringList sentAgainWhenUnanswered{QStringLiteral("presign"), QStringLiteral("upload")};
+const QStringList sentAgainWhenUnanswered{QStringLiteral("presign"), QStringLiteral("upload"),
+                                          QStringLiteral("original")};
+
+// The service's name for the endpoint an operation calls.
+QString endpointOf(const QString &operation)
+{
+    return operation == QLatin1String("original") ? QStringLiteral("upload") : operation;
+}
 
 std::optional<TransportError> transportErrorIn(const std::exception_ptr &error)
 {
@@ -86,6 +98,8 @@ class ApiLostRepliesTest : public QObject {
             return awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("b.jpg"), QStringLiteral("image/jpeg"))).error;
         if (operation == QLatin1String("register"))
             return awaitOutcome(api.registerAttachment(stage.session.folder_id, stage.storedURL, stage.presign.key, stage.presign.bucket)).error;
+        if (operation == QLatin1String("original"))
+            return awaitOutcome(api.uploadToStorage(fresh, "another photo", QNetworkRequest::LowPriority)).error;
         return awaitOutcome(api.uploadToStorage(fresh, "another photo")).error;
     }
 
@@ -98,7 +112,7 @@ class ApiLostRepliesTest : public QObject {
             return m_service.sessions().value(0).ended;
         if (operation == QLatin1String("register"))
             return m_service.registeredFiles(stage.session.folder_id).size() == 1;
-        if (operation == QLatin1String("upload"))
+        if (operation == QLatin1String("upload") || operation == QLatin1String("original"))
             return m_service.storedObject(fresh.key) == QByteArray("another photo");
         return true; // a token or an authorisation issued leaves nothing the admin API lists
     }
@@ -119,11 +133,11 @@ class ApiLostRepliesTest : public QObject {
         const auto fresh = awaitOutcome(api.presign(stage.session.folder_id, QStringLiteral("c.jpg"), QStringLiteral("image/jpeg")));
         if (QTest::currentTestFailed() || !fresh.value)
             return faulted;
-        faulted.requestsBefore = m_service.requests(operation).size();
+        faulted.requestsBefore = m_service.requests(endpointOf(operation)).size();
         if (!m_service.injectFault(fault))
             return faulted;
         faulted.error = run(api, operation, stage, *fresh.value);
-        faulted.requestsAfter = m_service.requests(operation).size();
+        faulted.requestsAfter = m_service.requests(endpointOf(operation)).size();
         faulted.workDone = workDone(operation, stage, *fresh.value);
         return faulted;
     }
@@ -167,7 +181,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, operation);
         QFETCH(int, kind);
-        const Faulted faulted = runWithFault(operation, DevService::Fault::withLostReply(operation, DevService::FaultKind(kind)));
+        const Faulted faulted = runWithFault(operation, DevService::Fault::withLostReply(endpointOf(operation), DevService::FaultKind(kind)));
         QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 1);
         QVERIFY(faulted.workDone);
         const std::optional<TransportError> transport = transportErrorIn(faulted.error);
@@ -183,7 +197,7 @@ private Q_SLOTS:
     void connectionClosedBeforeTheWorkIsSentOnceAndFails()
     {
         QFETCH(QString, operation);
-        const Faulted faulted = runWithFault(operation, DevService::Fault::withDrop(operation));
+        const Faulted faulted = runWithFault(operation, DevService::Fault::withDrop(endpointOf(operation)));
         QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 1);
         const std::optional<TransportError> transport = transportErrorIn(faulted.error);
         QVERIFY2(transport, qPrintable(describe(faulted.error)));
@@ -205,8 +219,8 @@ private Q_SLOTS:
         const DevService::FaultKind faultKind(static_cast<DevService::FaultKind>(kind));
         const Faulted faulted = runWithFault(
             operation, faultKind == DevService::FaultKind::drop
-                           ? DevService::Fault::withDrop(operation)
-                           : DevService::Fault::withLostReply(operation, faultKind));
+                           ? DevService::Fault::withDrop(endpointOf(operation))
+                           : DevService::Fault::withLostReply(endpointOf(operation), faultKind));
         QVERIFY2(!faulted.error, qPrintable(describe(faulted.error)));
         QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 2);
         QVERIFY(faulted.workDone);
@@ -224,7 +238,7 @@ private Q_SLOTS:
     void replyThatIsNotHttpIsSentOnceAndFails()
     {
         QFETCH(QString, operation);
-        const Faulted faulted = runWithFault(operation, DevService::Fault::withLostReply(operation, DevService::FaultKind::notHttp));
+        const Faulted faulted = runWithFault(operation, DevService::Fault::withLostReply(endpointOf(operation), DevService::FaultKind::notHttp));
         QCOMPARE(faulted.requestsAfter, faulted.requestsBefore + 1);
         QVERIFY(faulted.workDone);
         QVERIFY2(transportErrorIn(faulted.error), qPrintable(describe(faulted.error)));

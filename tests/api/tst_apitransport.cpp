@@ -33,6 +33,18 @@ private Q_SLOTS:
         QCOMPARE(error->code(), QNetworkReply::SslHandshakeFailedError);
         QVERIFY(!error->localizedDescription().isEmpty());
         QVERIFY(!m_preferences->stored(QStringLiteral("api_token")));
+
+        // An original, on a connection of its own, refuses the certificate alike.
+        PresignResponse presign;
+        presign.url = service.baseURL() + QStringLiteral("/storage/upload");
+        presign.key = QStringLiteral("k");
+        presign.bucket = QStringLiteral("b");
+        const auto original = awaitOutcome(api.uploadToStorage(presign, "bytes", QNetworkRequest::LowPriority));
+        const auto originalError = original.errorAs<TransportError>();
+        QVERIFY(originalError);
+        QCOMPARE(originalError->code(), QNetworkReply::SslHandshakeFailedError);
+        QVERIFY(!originalError->localizedDescription().isEmpty());
+        QVERIFY(service.requests(QStringLiteral("upload")).isEmpty());
     }
 
     void trustedCertificateWorks()
@@ -48,12 +60,21 @@ private Q_SLOTS:
         const auto session = awaitOutcome(api.createSession(QStringLiteral("Ana")));
         const auto presign = session.value ? awaitOutcome(api.presign(session.value->folder_id, QStringLiteral("a.jpg"), QStringLiteral("image/jpeg"))).value : std::nullopt;
         const auto url = presign ? awaitOutcome(api.uploadToStorage(*presign, "bytes")).value : std::nullopt;
+        // An original of three megabytes, on a connection of its own.
+        QByteArray originalBytes(3 * 1024 * 1024, Qt::Uninitialized);
+        for (qsizetype i = 0; i < originalBytes.size(); ++i)
+            originalBytes[i] = char((i * 2654435761u) >> 24);
+        const auto grant = session.value ? awaitOutcome(api.presign(session.value->folder_id, QStringLiteral("B.CR3"), QStringLiteral("image/jpeg"))).value : std::nullopt;
+        const auto originalUrl = grant ? awaitOutcome(api.uploadToStorage(*grant, originalBytes, QNetworkRequest::LowPriority)).value : std::nullopt;
         QSslConfiguration::setDefaultConfiguration(original);
         QVERIFY(token.value);
         QVERIFY(session.value);
         QVERIFY(presign);
         QVERIFY(url);
         QCOMPARE(service.storedObject(presign->key), std::optional(QByteArray("bytes")));
+        QVERIFY(grant);
+        QVERIFY(originalUrl);
+        QCOMPARE(service.storedObject(grant->key), std::optional(originalBytes));
     }
 
     void timeoutIsATransportError()

@@ -162,13 +162,17 @@ private Q_SLOTS:
         QVERIFY(!outcome.errorAs<APIError>());
     }
 
+    // Whichever way it goes: through Qt's HTTP stack (a preview, or any other), or on a
+    // connection of its own (an original).
+    void uploadIsByteExactAndRegisters_data() { addPriorities(); }
     void uploadIsByteExactAndRegisters()
     {
+        QFETCH(int, priority);
         const std::optional<PresignResponse> presign = presignNow();
         QVERIFY(presign);
         const QByteArray file = QByteArray("\xFF\xD8\xFF\xE0 not really a jpeg \r\n--\r\n", 26) + QByteArray(5000, 'x');
         const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-1);
-        const auto url = awaitOutcome(m_api->uploadToStorage(*presign, file));
+        const auto url = awaitOutcome(m_api->uploadToStorage(*presign, file, QNetworkRequest::Priority(priority)));
         QVERIFY(url.value);
         QCOMPARE(*url.value, QStringLiteral("https://") + m_service.storageHost() + QLatin1Char('/') + presign->bucket + QLatin1Char('/') + presign->key);
         QCOMPARE(m_service.storedObject(presign->key), std::optional(file));
@@ -180,6 +184,7 @@ private Q_SLOTS:
                     .match(QString::fromLatin1(boundary)).hasMatch());
         QCOMPARE(uploads[0].body, expectedBody(presign->fields, file, boundary));
         QVERIFY(!uploads[0].hasHeader("Authorization"));
+        QCOMPARE(uploads[0].header("Content-Type"), "multipart/form-data; boundary=" + boundary);
 
         QVERIFY(awaitOutcome(m_api->registerAttachment(m_folderId, *url.value, presign->key, presign->bucket)).value);
         const auto registrations = m_service.requests(QStringLiteral("register"));
@@ -210,12 +215,14 @@ private Q_SLOTS:
         QVERIFY(boundaryOf(uploads[0]) != boundaryOf(uploads[1]));
     }
 
+    void emptyFieldsAndEmptyFile_data() { addPriorities(); }
     void emptyFieldsAndEmptyFile()
     {
+        QFETCH(int, priority);
         PresignResponse presign = *presignNow();
         presign.fields.clear();
         // The store refuses a form without its fields; the body sent is what matters here.
-        const auto refused = awaitOutcome(m_api->uploadToStorage(presign, QByteArray())).errorAs<APIError>();
+        const auto refused = awaitOutcome(m_api->uploadToStorage(presign, QByteArray(), QNetworkRequest::Priority(priority))).errorAs<APIError>();
         QVERIFY(refused);
         QCOMPARE(refused->errorCase(), APIError::uploadFailed);
         QCOMPARE(refused->localizedDescription(), QStringLiteral("Error al subir la imagen"));
@@ -223,7 +230,7 @@ private Q_SLOTS:
         const QByteArray boundary = boundaryOf(uploads[0]);
         QCOMPARE(uploads[0].body, "--" + boundary + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"upload.jpg\"\r\nContent-Type: image/jpeg\r\n\r\n\r\n--" + boundary + "--\r\n");
 
-        const auto stored = awaitOutcome(m_api->uploadToStorage(*presignNow(), QByteArray()));
+        const auto stored = awaitOutcome(m_api->uploadToStorage(*presignNow(), QByteArray(), QNetworkRequest::Priority(priority)));
         QVERIFY(stored.value);
     }
 
@@ -239,30 +246,40 @@ private Q_SLOTS:
                  QStringLiteral("https:///") + presign.bucket + QLatin1Char('/') + presign.key);
     }
 
-    void storeStatusTest_data()
+    void statusRows(bool withPriorities)
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<bool>("succeeds");
-        QTest::newRow("200 with an error document") << 200 << true;
-        QTest::newRow("201") << 201 << true;
-        QTest::newRow("204") << 204 << true;
-        QTest::newRow("299") << 299 << true;
-        QTest::newRow("300") << 300 << false;
-        QTest::newRow("403") << 403 << false;
-        QTest::newRow("500") << 500 << false;
+        QTest::addColumn<int>("priority");
+        const QList<std::pair<const char *, int>> priorities =
+            withPriorities ? QList<std::pair<const char *, int>>{{"", QNetworkRequest::NormalPriority},
+                                                                 {", original", QNetworkRequest::LowPriority}}
+                           : QList<std::pair<const char *, int>>{{"", QNetworkRequest::NormalPriority}};
+        for (const auto &[suffix, priority] : priorities) {
+            const auto row = [&](const char *name) -> QTestData & { return QTest::addRow("%s%s", name, suffix); };
+            row("200 with an error document") << 200 << true << priority;
+            row("201") << 201 << true << priority;
+            row("204") << 204 << true << priority;
+            row("299") << 299 << true << priority;
+            row("300") << 300 << false << priority;
+            row("403") << 403 << false << priority;
+            row("500") << 500 << false << priority;
+        }
     }
+    void storeStatusTest_data() { statusRows(true); }
     void storeStatusTest()
     {
         QFETCH(int, status);
         QFETCH(bool, succeeds);
+        QFETCH(int, priority);
         QVERIFY(m_service.injectFault(DevService::Fault::withStatus(QStringLiteral("upload"), status, "<Error><Code>AccessDenied</Code></Error>")));
-        const auto outcome = awaitOutcome(m_api->uploadToStorage(*presignNow(), "x"));
+        const auto outcome = awaitOutcome(m_api->uploadToStorage(*presignNow(), "x", QNetworkRequest::Priority(priority)));
         QCOMPARE(bool(outcome.value), succeeds);
         if (!succeeds)
             QCOMPARE(outcome.errorAs<APIError>()->errorCase(), APIError::uploadFailed);
     }
 
-    void registerStatusTest_data() { storeStatusTest_data(); }
+    void registerStatusTest_data() { statusRows(false); }
     void registerStatusTest()
     {
         QFETCH(int, status);
@@ -317,17 +334,21 @@ private Q_SLOTS:
     void uploadAddressThatCannotBePostedToFailsThatUpload_data()
     {
         QTest::addColumn<QString>("url");
-        QTest::newRow("relative") << QStringLiteral("storage/upload");
-        QTest::newRow("another scheme") << QStringLiteral("ftp://127.0.0.1/storage/upload");
+        QTest::addColumn<int>("priority");
+        QTest::newRow("relative") << QStringLiteral("storage/upload") << int(QNetworkRequest::NormalPriority);
+        QTest::newRow("another scheme") << QStringLiteral("ftp://127.0.0.1/storage/upload") << int(QNetworkRequest::NormalPriority);
+        QTest::newRow("relative, original") << QStringLiteral("storage/upload") << int(QNetworkRequest::LowPriority);
+        QTest::newRow("another scheme, original") << QStringLiteral("ftp://127.0.0.1/storage/upload") << int(QNetworkRequest::LowPriority);
     }
     void uploadAddressThatCannotBePostedToFailsThatUpload()
     {
         QFETCH(QString, url);
+        QFETCH(int, priority);
         const std::optional<PresignResponse> presign = presignNow();
         QVERIFY(presign);
         PresignResponse elsewhere = *presign;
         elsewhere.url = url;
-        const auto failed = awaitOutcome(m_api->uploadToStorage(elsewhere, "bytes"));
+        const auto failed = awaitOutcome(m_api->uploadToStorage(elsewhere, "bytes", QNetworkRequest::Priority(priority)));
         const auto transport = failed.errorAs<TransportError>();
         QVERIFY(transport);
         QCOMPARE(transport->code(), QNetworkReply::ProtocolUnknownError);
@@ -383,6 +404,13 @@ private Q_SLOTS:
     }
 
 private:
+    static void addPriorities()
+    {
+        QTest::addColumn<int>("priority");
+        QTest::newRow("preview") << int(QNetworkRequest::HighPriority);
+        QTest::newRow("original") << int(QNetworkRequest::LowPriority);
+    }
+
     std::optional<PresignResponse> presignNow()
     {
         return awaitOutcome(m_api->presign(m_folderId, QStringLiteral("upload.jpg"), QStringLiteral("image/jpeg"))).value;
