@@ -157,6 +157,9 @@ void BackgroundUpload::start()
         connect(m_socket, &QTcpSocket::bytesWritten, this, &BackgroundUpload::onBytesHandedOver);
     }
     m_socket->setProxy(m_route->socketProxy);
+    // As soon as the connection is there, before any handshake of TLS goes over it.
+    connect(m_socket, &QTcpSocket::connected, this,
+            [this] { TcpPath::markBackground(m_socket->socketDescriptor()); });
     connect(m_socket, &QTcpSocket::readyRead, this, &BackgroundUpload::onReadyRead);
     connect(m_socket, &QTcpSocket::disconnected, this, &BackgroundUpload::onDisconnected);
     connect(m_socket, &QTcpSocket::errorOccurred, this, &BackgroundUpload::onSocketError);
@@ -177,7 +180,6 @@ void BackgroundUpload::sendHead()
         return;
     m_connected = true;
     progressed();
-    TcpPath::markBackground(m_socket->socketDescriptor());
     // The head goes whole, whatever the window: a server waits for it before anything else.
     m_socket->write(m_head);
     m_ticks.start();
@@ -350,6 +352,13 @@ void BackgroundUpload::progressed()
 
 void BackgroundUpload::finishWithReply()
 {
+    // A forward proxy that wants credentials answers for itself, not for the store: as Qt's
+    // stack reports it, a failure of the way there, which may pass.
+    if (m_route && m_route->forwarded && m_parser.status() == 407) {
+        finishWithError(ProxyAuthenticationRequiredError,
+                        QCoreApplication::translate("QHttp", "Proxy requires authentication"));
+        return;
+    }
     m_replyBody = m_parser.body();
     setAttribute(QNetworkRequest::HttpStatusCodeAttribute, m_parser.status());
     for (const auto &[name, value] : m_parser.fields())

@@ -3,13 +3,17 @@
 // environment variables. A whole session, sign-in to end, goes through a recording proxy on
 // loopback, and the proxy sees every request of it, an original's among them.
 #include "apiclient.h"
+#include "attemptfailure.h"
 #include "devservicefixture.h"
 #include "recordingproxy.h"
 #include "scopedpreferences.h"
 #include "taskoutcome.h"
+#include "transporterror.h"
 
 #include <QNetworkProxyFactory>
 #include <QNetworkProxyQuery>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
 
 namespace {
@@ -102,6 +106,46 @@ private Q_SLOTS:
         QCOMPARE(served, expectedServed);
         QCOMPARE(m_service.storedObject(presign.value->key), std::optional(photo));
         QCOMPARE(m_service.storedObject(grant.value->key), std::optional(original));
+    }
+
+    // A proxy that wants credentials, which the program has none of: a preview's upload and an
+    // original's fail alike, as a failure of the way there (which passes, and is tried again),
+    // not as a refusal of the store's.
+    void aProxyThatWantsCredentialsFailsTheWayThere_data()
+    {
+        QTest::addColumn<int>("priority");
+        QTest::newRow("preview") << int(QNetworkRequest::HighPriority);
+        QTest::newRow("original") << int(QNetworkRequest::LowPriority);
+    }
+    void aProxyThatWantsCredentialsFailsTheWayThere()
+    {
+        QFETCH(int, priority);
+        QTcpServer wanting;
+        QVERIFY(wanting.listen(QHostAddress::LocalHost));
+        connect(&wanting, &QTcpServer::newConnection, &wanting, [&wanting] {
+            while (QTcpSocket *client = wanting.nextPendingConnection()) {
+                connect(client, &QTcpSocket::readyRead, client, [client] {
+                    if (!client->peek(client->bytesAvailable()).contains("\r\n\r\n"))
+                        return;
+                    client->write("HTTP/1.1 407 Proxy Authentication Required\r\n"
+                                  "Proxy-Authenticate: Basic realm=\"venue\"\r\n"
+                                  "Content-Length: 0\r\nConnection: close\r\n\r\n");
+                    client->disconnectFromHost();
+                });
+            }
+        });
+        qputenv("http_proxy", QStringLiteral("http://127.0.0.1:%1").arg(wanting.serverPort()).toUtf8());
+        PresignResponse presign;
+        presign.url = QStringLiteral("http://%1:%2/storage/upload").arg(servedName).arg(m_service.port());
+        presign.key = QStringLiteral("k");
+        presign.bucket = QStringLiteral("b");
+        const auto outcome = awaitOutcome(m_api->uploadToStorage(presign, "bytes", QNetworkRequest::Priority(priority)));
+        qputenv("http_proxy", m_proxy.address().toUtf8());
+        const auto error = outcome.errorAs<TransportError>();
+        QVERIFY(error);
+        QCOMPARE(error->code(), QNetworkReply::ProxyAuthenticationRequiredError);
+        QVERIFY(!error->localizedDescription().isEmpty());
+        QVERIFY(AttemptFailure::of(*error).passes());
     }
 
     void noProxyListsHostsReachedDirectly()
