@@ -8,7 +8,7 @@
 //   session_bench --photo FILE [--count 100] [--rate 10]     the latency run
 //   session_bench --photo FILE --count N --interval 2-10     photos at random intervals (seconds)
 //   session_bench --photo FILE --count 20 --rate 1 --link-mbit 20 [--service-port P]
-//                 [--uplink-device ifb0] [--previews-only] [--calibrate 4]
+//                 [--uplink-device ifb0] [--previews-only] [--calibrate 4] [--each]
 //                                                            on a link shaped to 20 Mbit/s
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
 #include "apiclient.h"
@@ -125,6 +125,7 @@ struct LatencyRunOptions {
     quint16 servicePort = 0;
     QString uplinkDevice = QStringLiteral("lo");
     int calibrateSeconds = 0; // the link's capacity measured first, through the service's port
+    bool eachPhoto = false;   // every photo's latency, not only the distribution
     bool previewsOnly = false; // done once every preview is registered
 };
 
@@ -223,6 +224,9 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
         const int index = file.key.section(QLatin1Char('_'), -1).section(QLatin1Char('.'), 0, 0).toInt();
         const qint64 registeredAt = QDateTime::fromString(file.registeredAt, Qt::ISODateWithMs).toMSecsSinceEpoch();
         latencies.push_back(registeredAt - lastWrite[size_t(index)]);
+        if (options.eachPhoto)
+            std::printf("photo %d: preview registered %lld ms after its last write\n", index,
+                        static_cast<long long>(latencies.back()));
     }
     if (latencies.empty())
         return 1;
@@ -331,8 +335,9 @@ int main(int argc, char **argv)
     const QCommandLineOption uplinkOption(QStringLiteral("uplink-device"), QStringLiteral("The interface whose sent bytes are the uplink's"), QStringLiteral("name"), QStringLiteral("lo"));
     const QCommandLineOption previewsOnlyOption(QStringLiteral("previews-only"), QStringLiteral("Done once every preview is registered"));
     const QCommandLineOption calibrateOption(QStringLiteral("calibrate"), QStringLiteral("Seconds to measure the link's capacity for first, through the service's port"), QStringLiteral("s"), QStringLiteral("0"));
+    const QCommandLineOption eachOption(QStringLiteral("each"), QStringLiteral("Print every photo's latency"));
     const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("Idle seconds"), QStringLiteral("s"), QStringLiteral("30"));
-    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, qualityOption, detailOption, countOption, rateOption, intervalOption, linkOption, portOption, uplinkOption, previewsOnlyOption, calibrateOption, secondsOption});
+    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, qualityOption, detailOption, countOption, rateOption, intervalOption, linkOption, portOption, uplinkOption, previewsOnlyOption, calibrateOption, eachOption, secondsOption});
     parser.process(app);
     if (parser.isSet(makePhotoOption))
         return makePhoto(parser.value(makePhotoOption), parser.value(widthOption).toInt(),
@@ -356,6 +361,7 @@ int main(int argc, char **argv)
         options.uplinkDevice = parser.value(uplinkOption);
         options.previewsOnly = parser.isSet(previewsOnlyOption);
         options.calibrateSeconds = parser.value(calibrateOption).toInt();
+        options.eachPhoto = parser.isSet(eachOption);
         return latencyRun(parser.value(photoOption), options);
     }
     if (parser.isSet(idleOption))

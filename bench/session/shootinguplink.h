@@ -14,7 +14,7 @@ class ShootingUplink {
 public:
     ShootingUplink(QString device, double linkMbit, qint64 previewBytes);
 
-    // What the link carries, as its device counts, when one TCP upload fills it for `seconds`
+    // What the link carries, as its device counts, when one CUBIC upload fills it for `seconds`
     // (after two to get going), in bit/s; a token bucket carries a few percent less than its
     // nominal rate. Taken through `port` on loopback before anything else listens there, and
     // given a moment to drain after. None if the port cannot be had.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "backgroundupload.h"
 
-#include "ledbatwindow.h"
 #include "tcppath.h"
 #include "uplinkgate.h"
 
@@ -14,12 +13,8 @@
 
 namespace {
 
-// Where the system cannot say what it still holds, the socket is kept this full, as Qt's own
-// stack keeps its sockets: the system's buffers then decide, as for any upload.
-constexpr qint64 unmeasuredBuffer = 64 * 1024;
 // At most this much is given to the socket at once, however large the window.
 constexpr qint64 largestWrite = 4 * 1024 * 1024;
-constexpr qint64 smallestWrite = 4 * 1024;
 
 // The texts Qt's own HTTP stack gives these failures, in the same translation contexts, so
 // that they read the same whichever stack carried the request.
@@ -60,32 +55,6 @@ QNetworkReply::NetworkError networkError(QAbstractSocket::SocketError error)
     }
 }
 
-QByteArray requestHead(const QNetworkRequest &request, const QByteArray &verb,
-                       const ConnectionRoute &route, qint64 bodySize)
-{
-    const QUrl url = request.url();
-    QByteArray head = verb + ' ' + route.requestTarget(url) + " HTTP/1.1\r\n";
-    head += "Host: " + ConnectionRoute::hostField(url) + "\r\n";
-    for (const QByteArray &name : request.rawHeaderList()) {
-        // The framing is this connection's own business.
-        if (name.compare("Content-Length", Qt::CaseInsensitive) == 0 ||
-            name.compare("Connection", Qt::CaseInsensitive) == 0 ||
-            name.compare("Host", Qt::CaseInsensitive) == 0)
-            continue;
-        head += name + ": " + request.rawHeader(name) + "\r\n";
-    }
-    if (route.forwarded && !route.forwardProxy.user().isEmpty()) {
-        const QByteArray credentials =
-            (route.forwardProxy.user() + QLatin1Char(':') + route.forwardProxy.password()).toUtf8();
-        head += "Proxy-Authorization: Basic " + credentials.toBase64() + "\r\n";
-    }
-    head += "Content-Length: " + QByteArray::number(bodySize) + "\r\n";
-    // One request a connection: the next original opens its own, with nothing left over from
-    // this one that could be lost or resent.
-    head += "Connection: close\r\n\r\n";
-    return head;
-}
-
 } // namespace
 
 BackgroundUpload::BackgroundUpload(const QNetworkRequest &request, QByteArray verb,
@@ -94,8 +63,7 @@ BackgroundUpload::BackgroundUpload(const QNetworkRequest &request, QByteArray ve
     : QNetworkReply(parent)
     , m_verb(std::move(verb))
     , m_body(std::move(body))
-    , m_window(std::move(window))
-    , m_gate(gate)
+    , m_pacer(std::move(window), gate)
 {
     setRequest(request);
     setUrl(request.url());
@@ -114,8 +82,8 @@ BackgroundUpload::BackgroundUpload(const QNetworkRequest &request, QByteArray ve
     m_transferTimeout.setInterval(request.transferTimeout());
     connect(&m_transferTimeout, &QTimer::timeout, this,
             [this] { finishWithError(OperationCanceledError, operationCanceled()); });
-    if (m_gate)
-        connect(m_gate, &UplinkGate::opened, this, &BackgroundUpload::sendMore);
+    if (gate)
+        connect(gate, &UplinkGate::opened, this, &BackgroundUpload::sendMore);
     // Failures found before a single byte is sent are reported as any other, once the caller
     // has had its chance to listen.
     QMetaObject::invokeMethod(this, &BackgroundUpload::start, Qt::QueuedConnection);
@@ -140,7 +108,7 @@ void BackgroundUpload::start()
                                                 "QNetworkReplyHttpImpl", "No suitable proxy found"));
         return;
     }
-    m_head = requestHead(request(), m_verb, *m_route, m_body.size());
+    m_head = m_route->requestHead(request(), m_verb, m_body.size());
 
     if (m_route->encrypted) {
         auto *const secure = new QSslSocket(this);
@@ -195,74 +163,16 @@ void BackgroundUpload::sendMore()
         m_ticks.stop();
         return;
     }
-    const qint64 bytes = std::min({left, allowance(), largestWrite});
+    const qint64 acknowledgedBefore = m_pacer.acknowledged();
+    const qint64 bytes = std::min(
+        {left, m_pacer.allowance(m_socket->socketDescriptor(), bufferedInProcess(), left),
+         largestWrite});
+    if (m_pacer.acknowledged() > acknowledgedBefore)
+        bodyMoved(m_pacer.acknowledged());
     if (bytes <= 0)
         return;
     m_socket->write(m_body.constData() + m_bodyWritten, bytes);
     m_bodyWritten += bytes;
-}
-
-qint64 BackgroundUpload::allowance()
-{
-    const UplinkGate *const gate = m_gate.data();
-    const bool held = gate && gate->isHeld();
-    const std::optional<qint64> inFlight = measure(held);
-    if (held) {
-        if (m_sinceTrickle.isValid() && !m_sinceTrickle.hasExpired(trickleInterval.count()))
-            return 0;
-        m_sinceTrickle.start();
-        return trickleBytes;
-    }
-    const qint64 room = inFlight ? m_window->window() - *inFlight
-                                 : unmeasuredBuffer - bufferedInProcess();
-    // Nothing smaller than a segment (or a few kilobytes where segments are huge, as on
-    // loopback), unless it is the last of the body: a window opened by a few bytes is better
-    // filled on the next tick than in tiny packets now.
-    return room >= std::min({m_segment, smallestWrite, m_body.size() - m_bodyWritten}) ? room : 0;
-}
-
-std::optional<qint64> BackgroundUpload::measure(bool held)
-{
-    const std::optional<TcpPath::Sample> sample =
-        TcpPath::sample(m_socket->socketDescriptor(), m_handedOver);
-    if (!sample)
-        return std::nullopt;
-    m_measured = true;
-    if (sample->segmentBytes > 0)
-        m_segment = sample->segmentBytes;
-    const qint64 inFlight = sample->unacknowledgedBytes + bufferedInProcess();
-    // Counted from the first look: what the system took before (a TLS handshake) is no part
-    // of the body.
-    const qint64 acknowledged = m_handedOver - sample->unacknowledgedBytes;
-    if (!m_acknowledged)
-        m_firstAcknowledged = acknowledged;
-    const qint64 newlyAcknowledged =
-        m_acknowledged ? std::max<qint64>(0, acknowledged - *m_acknowledged) : 0;
-    m_acknowledged = std::max(acknowledged, m_acknowledged.value_or(acknowledged));
-    const bool lossSeen = m_retransmissions && sample->retransmissions > *m_retransmissions;
-    m_retransmissions = sample->retransmissions;
-    if (newlyAcknowledged > 0)
-        bodyMoved(*m_acknowledged - m_firstAcknowledged);
-
-    // The queue a preview builds in front of the uplink is the preview's own business: the
-    // round trips told while one holds the uplink, and until a window of the original's own
-    // bytes has come back after it, say nothing of what the original may take.
-    if (held) {
-        m_settledFrom.reset();
-        m_heldMeanwhile = true;
-        return inFlight;
-    }
-    if (m_heldMeanwhile) {
-        if (!m_settledFrom)
-            m_settledFrom = *m_acknowledged + m_window->window();
-        if (*m_acknowledged < *m_settledFrom)
-            return inFlight;
-        m_heldMeanwhile = false;
-    }
-    m_window->update({sample->roundTrip, newlyAcknowledged, inFlight, sample->segmentBytes,
-                      lossSeen},
-                     LedbatWindow::Clock::now());
-    return inFlight;
 }
 
 qint64 BackgroundUpload::bufferedInProcess() const
@@ -275,9 +185,8 @@ qint64 BackgroundUpload::bufferedInProcess() const
 
 void BackgroundUpload::onBytesHandedOver(qint64 bytes)
 {
-    m_handedOver += bytes;
-    // Where the system cannot tell what was acknowledged, a byte taken is all there is to go by.
-    if (!m_measured)
+    m_pacer.handedOver(bytes);
+    if (!m_pacer.measures())
         bodyMoved(m_head.size() + m_bodyWritten - bufferedInProcess());
     sendMore();
 }

@@ -3,11 +3,10 @@
 
 #include "connectionroute.h"
 #include "httpreplyparser.h"
+#include "uplinkpacer.h"
 
 #include <QByteArray>
-#include <QElapsedTimer>
 #include <QNetworkReply>
-#include <QPointer>
 #include <QTimer>
 
 #include <chrono>
@@ -21,9 +20,9 @@ class UplinkGate;
 // An upload of low priority (an original) on a connection of its own, sent so that it never
 // stands in a preview's way. Qt's HTTP stack keeps its sockets to itself, and an original sent
 // through it fills whatever queue the uplink has; here the program holds the socket and hands
-// the system only as many bytes as LedbatWindow allows, measured against the connection's own
-// round trip. While a preview holds the UplinkGate, nothing but a trickle goes out. The
-// connection is marked for the system's background class where there is one.
+// the system only as many bytes as the UplinkPacer allows, from the path's LedbatWindow and the
+// connection's own round trip, and nothing but a trickle while a preview holds the UplinkGate.
+// The connection is marked for the system's background class where there is one.
 //
 // It is a QNetworkReply, so it is awaited, watched and given up like the replies of Qt's stack:
 // one request, HTTP/1.1, "Connection: close", never sent a second time on its own, no redirect
@@ -47,10 +46,6 @@ public:
 
     // How often a tick looks at the connection while the body goes out.
     static constexpr std::chrono::milliseconds tick{10};
-    // What goes out while a preview holds the uplink: enough that no server takes the
-    // connection for idle and closes it, too little for any preview to notice.
-    static constexpr qint64 trickleBytes = 1024;
-    static constexpr std::chrono::milliseconds trickleInterval{500};
 
 protected:
     qint64 readData(char *data, qint64 maxSize) override;
@@ -60,11 +55,6 @@ private:
     void start();
     void sendHead();
     void sendMore();
-    // How many more bytes the socket may be given now.
-    qint64 allowance();
-    // Reads the connection's state off the system and tells the window; what is on its way,
-    // or nothing where the system does not say.
-    std::optional<qint64> measure(bool held);
     void onBytesHandedOver(qint64 bytes);
     // So many bytes of head and body are through: progress, for the caller and the timeout.
     void bodyMoved(qint64 bytesFromStart);
@@ -82,21 +72,11 @@ private:
     QByteArray m_head;
     QByteArray m_body;
     qint64 m_bodyWritten = 0; // handed to the socket
-    std::shared_ptr<LedbatWindow> m_window;
-    QPointer<UplinkGate> m_gate;
+    UplinkPacer m_pacer;
     std::optional<ConnectionRoute> m_route;
 
     QTcpSocket *m_socket = nullptr;
     bool m_connected = false;
-    qint64 m_handedOver = 0; // bytes the system took from the socket, TLS records included
-    std::optional<qint64> m_acknowledged; // by the receiver, as the system counts
-    qint64 m_firstAcknowledged = 0;
-    std::optional<quint64> m_retransmissions;
-    bool m_measured = false; // the system said something of the connection
-    qint64 m_segment = 1448;
-    bool m_heldMeanwhile = false;        // a preview held the uplink since the last update
-    std::optional<qint64> m_settledFrom; // acknowledged bytes from which updates resume
-    QElapsedTimer m_sinceTrickle;
     QTimer m_ticks;
     QTimer m_transferTimeout;
 

@@ -3,6 +3,7 @@
 
 #include <QNetworkProxyFactory>
 #include <QNetworkProxyQuery>
+#include <QNetworkRequest>
 
 namespace {
 
@@ -60,4 +61,30 @@ QByteArray ConnectionRoute::hostField(const QUrl &url)
     if (port >= 0 && port != schemePort)
         host += ':' + QByteArray::number(port);
     return host;
+}
+
+QByteArray ConnectionRoute::requestHead(const QNetworkRequest &request, const QByteArray &verb,
+                                        qint64 bodySize) const
+{
+    const QUrl url = request.url();
+    QByteArray head = verb + ' ' + requestTarget(url) + " HTTP/1.1\r\n";
+    head += "Host: " + hostField(url) + "\r\n";
+    for (const QByteArray &name : request.rawHeaderList()) {
+        // The framing is the connection's own business.
+        if (name.compare("Content-Length", Qt::CaseInsensitive) == 0 ||
+            name.compare("Connection", Qt::CaseInsensitive) == 0 ||
+            name.compare("Host", Qt::CaseInsensitive) == 0)
+            continue;
+        head += name + ": " + request.rawHeader(name) + "\r\n";
+    }
+    if (forwarded && !forwardProxy.user().isEmpty()) {
+        const QByteArray credentials =
+            (forwardProxy.user() + QLatin1Char(':') + forwardProxy.password()).toUtf8();
+        head += "Proxy-Authorization: Basic " + credentials.toBase64() + "\r\n";
+    }
+    head += "Content-Length: " + QByteArray::number(bodySize) + "\r\n";
+    // One request a connection: the next original opens its own, with nothing left over from
+    // this one that could be lost or resent.
+    head += "Connection: close\r\n\r\n";
+    return head;
 }

@@ -8,6 +8,8 @@
 
 #include <optional>
 
+class QNetworkRequest;
+
 // How a connection of our own reaches an address, the way Qt's HTTP stack would reach it: the
 // proxy the system names for it (Qt answers none for loopback addresses), a plain-HTTP address
 // handed to a forward proxy whole, anything else tunnelled through the proxy or sent directly.
@@ -32,4 +34,8 @@ struct ConnectionRoute {
     QByteArray requestTarget(const QUrl &url) const;
     // The Host field: the host, and the port unless it is the scheme's own.
     static QByteArray hostField(const QUrl &url);
+    // The head of a request with a body of `bodySize` bytes sent along this route, the
+    // request's own fields with it: one request, and the connection closed after its reply.
+    QByteArray requestHead(const QNetworkRequest &request, const QByteArray &verb,
+                           qint64 bodySize) const;
 };

@@ -8,10 +8,12 @@
 #include <optional>
 
 // How many bytes of an original may be on their way at once, so that it uses what the uplink
-// has to spare without building a queue in front of it: the window grows while the delay the
-// queue adds stays under a small target and shrinks as it passes it, the way LEDBAT (RFC 6817)
-// runs a background transfer. A phone's 4G router or a venue's Wi-Fi holds a second or more of
-// queue, which an ordinary TCP upload fills; a preview sent behind it would wait that second.
+// has to spare without building a queue in front of it. A phone's 4G router or a venue's Wi-Fi
+// holds a second or more of queue, which an ordinary TCP upload fills; a preview sent behind it
+// would wait that second. As LEDBAT (RFC 6817) runs a background transfer, the window doubles
+// each round trip at first, then grows by a segment a round trip while the delay the queue
+// adds stays under a small target; beyond the target it comes down in proportion to the
+// excess (where RFC 6817 takes a segment a round trip off), and by half on a loss.
 //
 // The delay it adds is told from the connection's round trip against the shortest one seen on
 // the path lately (the base). The memory of the path, the base and the window reached, outlives

@@ -30,11 +30,14 @@ std::optional<Sample> sample(qintptr socket, qint64 handedOver)
                  sizeof info, &returned, nullptr, nullptr) != 0)
         return std::nullopt;
     // Windows tells what is in flight, not what still waits in its send buffer: that is what
-    // the program handed over and the connection has not sent once yet.
-    const qint64 sentOnce = qint64(info.BytesOut) - qint64(info.BytesRetrans);
+    // the program handed over and the connection has not sent yet. Whether BytesOut counts
+    // retransmissions is not documented; counted as if it did, the estimate errs towards less
+    // waiting, which lets a little more through, rather than towards more, which after a lossy
+    // hour would hold the upload back for good.
     Sample sample;
     sample.roundTrip = std::chrono::microseconds(info.RttUs);
-    sample.unacknowledgedBytes = std::max<qint64>(0, handedOver - sentOnce) + info.BytesInFlight;
+    sample.unacknowledgedBytes =
+        std::max<qint64>(0, handedOver - qint64(info.BytesOut)) + info.BytesInFlight;
     sample.segmentBytes = info.Mss;
     sample.retransmissions = quint64(info.FastRetrans) + info.TimeoutEpisodes;
     return sample;
