@@ -83,6 +83,7 @@ int main(int argc, char *argv[])
     // Each photo as the camera's transfer writes it: whole, or its first half and, after the
     // stall, the rest. The last write of each is kept for the latency figure.
     std::vector<std::atomic<qint64>> lastWrite(static_cast<size_t>(count));
+    std::atomic<bool> cameraDone = false;
     std::thread camera([&] {
         struct Write {
             qint64 at;
@@ -109,6 +110,7 @@ int main(int argc, char *argv[])
             file.close();
             lastWrite[size_t(write.photo)] = QDateTime::currentMSecsSinceEpoch();
         }
+        cameraDone = true;
     });
 
     bool away = true;
@@ -122,6 +124,9 @@ int main(int argc, char *argv[])
         back = run(comesBack);
         returnedAt = QDateTime::currentMSecsSinceEpoch();
     }
+    // The client goes on running while the camera finishes: a join alone would freeze its event
+    // loop until the last write, and every photo would look handed over at once.
+    waitUntil([&] { return cameraDone.load(); }, count * 1000 + int(stallMs) + 10000);
     camera.join();
 
     UploadManager *manager = session.model->uploadManager();
