@@ -204,10 +204,10 @@ void AdminRoutes::setPresignLifetime(const httplib::Request &request, httplib::R
     if (!body)
         return;
     const std::optional<qint64> ms = JsonChecks::wholeNumber(body->value("ms"));
-    if (!JsonChecks::hasExactlyMembers(*body, {"ms"}) || !ms || *ms < 1 ||
+    if (!JsonChecks::hasExactlyMembers(*body, {"ms"}) || !ms || *ms < 0 ||
         *ms > Options::longestPresignLifetime.count())
         return HttpReplies::problem(response, 400,
-                                    "the body must be {\"ms\": 1 to " +
+                                    "the body must be {\"ms\": 0 to " +
                                         std::to_string(Options::longestPresignLifetime.count()) +
                                         "}");
     m_context.state.setPresignLifetime(std::chrono::milliseconds(*ms));

@@ -140,14 +140,15 @@ std::optional<StorageRefusal> FormUpload::checkFieldsAgainst(const UploadGrant &
 }
 
 // Judged once the form's fields have matched the grant, so that the policy read here is the
-// one presign handed out. As S3 does, the policy's own expiration is what counts.
+// one presign handed out. As S3 does, the policy's own expiration is what counts: from that
+// instant on it is expired, so that a policy of no lifetime at all never lets anything in.
 bool FormUpload::policyExpiredOnArrival() const {
     const auto policy =
         std::ranges::find_if(m_fields, [](const auto &f) { return f.first == "policy"; });
     if (policy == m_fields.end())
         return false;
     const std::optional<QDateTime> expiration = PresignedPost::expirationOf(policy->second);
-    return !expiration || m_arrivedAt > *expiration;
+    return !expiration || m_arrivedAt >= *expiration;
 }
 
 void FormUpload::refuse(std::string code, std::string message) {

@@ -61,8 +61,8 @@ std::optional<Options> Options::parse(int argc, char **argv) {
     options.tlsKey = parser.value(tlsKey).toStdString();
     options.publicHost = parser.value(publicHost).toStdString();
     const qint64 lifetime = parser.value(presignLifetime).toLongLong(&numeric);
-    if (!numeric || lifetime < 1 || lifetime > longestPresignLifetime.count())
-        return refuse(parser, QStringLiteral("--presign-lifetime-ms needs a number from 1 to %1")
+    if (!numeric || lifetime < 0 || lifetime > longestPresignLifetime.count())
+        return refuse(parser, QStringLiteral("--presign-lifetime-ms needs a number from 0 to %1")
                                   .arg(longestPresignLifetime.count()));
     options.presignLifetime = std::chrono::milliseconds(lifetime);
     if (options.tlsCertificate.empty() != options.tlsKey.empty())
