@@ -47,7 +47,6 @@ std::optional<qint64> UplinkPacer::measure(qintptr socket, qint64 buffered, bool
     const std::optional<TcpPath::Sample> sample = TcpPath::sample(socket, m_handedOver);
     if (!sample)
         return std::nullopt;
-    m_measured = true;
     if (sample->segmentBytes > 0)
         m_segment = sample->segmentBytes;
     const qint64 inFlight = sample->unacknowledgedBytes + buffered;

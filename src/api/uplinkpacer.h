@@ -36,7 +36,7 @@ public:
 
     // Whether the system tells what the receiver has acknowledged. Where it does not, a byte
     // handed over is all there is to tell progress by.
-    bool measures() const { return m_measured; }
+    bool measures() const { return m_acknowledged.has_value(); }
     // The connection's bytes the receiver has acknowledged since the first look.
     qint64 acknowledged() const;
 
@@ -48,7 +48,6 @@ private:
     std::shared_ptr<LedbatWindow> m_window;
     QPointer<UplinkGate> m_gate;
     qint64 m_handedOver = 0; // bytes the system took, TLS records included
-    bool m_measured = false;
     qint64 m_segment = 1448;
     std::optional<qint64> m_acknowledged; // by the receiver, as the system counts
     qint64 m_firstAcknowledged = 0;
