@@ -103,6 +103,8 @@ void AdminRoutes::install(httplib::Server &server) {
                [this](const Request &req, Response &res) { requestBody(req, res); });
     server.Get("/__admin/objects", [this](const Request &req, Response &res) { object(req, res); });
     server.Get("/__admin/sessions", [this](const Request &, Response &res) { sessions(res); });
+    server.Delete(R"(/__admin/sessions/(-?\d{1,19}))",
+                  [this](const Request &req, Response &res) { removeSession(req, res); });
     server.Post("/__admin/next-folder-id",
                 [this](const Request &req, Response &res) { setNextFolderId(req, res); });
     server.Post("/__admin/presign-lifetime",
@@ -186,6 +188,14 @@ void AdminRoutes::sessions(httplib::Response &response) const {
                                 {"files", files}});
     }
     HttpReplies::json(response, 200, QJsonObject{{"sessions", list}});
+}
+
+void AdminRoutes::removeSession(const httplib::Request &request, httplib::Response &response) {
+    bool parsed = false;
+    const qint64 folderId = QByteArray::fromStdString(request.matches[1].str()).toLongLong(&parsed);
+    if (!parsed || !m_context.state.removeSession(folderId))
+        return HttpReplies::problem(response, 404, "no such folder");
+    HttpReplies::json(response, 200, QJsonObject{{"folder_id", folderId}, {"removed", true}});
 }
 
 void AdminRoutes::setNextFolderId(const httplib::Request &request, httplib::Response &response) {

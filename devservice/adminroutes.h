@@ -20,6 +20,7 @@ private:
     void requestBody(const httplib::Request &request, httplib::Response &response) const;
     void object(const httplib::Request &request, httplib::Response &response) const;
     void sessions(httplib::Response &response) const;
+    void removeSession(const httplib::Request &request, httplib::Response &response);
     void setNextFolderId(const httplib::Request &request, httplib::Response &response);
     void setPresignLifetime(const httplib::Request &request, httplib::Response &response);
     void addFault(const httplib::Request &request, httplib::Response &response);

@@ -102,6 +102,16 @@ bool ServiceState::endSession(std::string_view slug) {
     return true;
 }
 
+bool ServiceState::removeSession(qint64 folderId) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_sessions.find(folderId);
+    if (found == m_sessions.end())
+        return false;
+    m_folderBySlug.erase(found->second.slug);
+    m_sessions.erase(found);
+    return true;
+}
+
 bool ServiceState::hasFolder(qint64 folderId) const {
     const std::lock_guard lock(m_mutex);
     return m_sessions.contains(folderId);

@@ -67,6 +67,9 @@ public:
 
     LiveSessionRecord openSession(std::string name);
     bool endSession(std::string_view slug);
+    // The session and its folder gone from the service, as when it is deleted there: uploads
+    // and registrations for the folder are refused from then on. False for an unknown folder.
+    bool removeSession(qint64 folderId);
     bool hasFolder(qint64 folderId) const;
     std::optional<LiveSessionRecord> sessionBySlug(std::string_view slug) const;
     std::vector<LiveSessionRecord> sessions() const;

@@ -9,7 +9,7 @@
 //   outage_bench --photo FILE [--count 30] --stall 3      each file written half, then the rest
 //                                                         3 s later
 #include "benchsession.h"
-#include "deliveryqueue.h"
+#include "delivery.h"
 #include "storedfiles.h"
 #include "uploadmanager.h"
 

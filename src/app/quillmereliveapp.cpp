@@ -54,8 +54,11 @@ bool QuillmereLiveApp::start() {
     ProgressAccessible::install();
 
     // The quit row and the tray's menu alike: at once when nothing is owed, otherwise after
-    // asking; the session is left open on the service either way.
+    // asking; the session is left open on the service either way, and offered to continue at
+    // the next start.
     m_quit = std::make_unique<QuitConfirmation>(m_viewModel, &QuitConfirmation::askWithMessageBox);
+    connect(m_quit.get(), &QuitConfirmation::quitConfirmed, this,
+            [this] { m_viewModel.recordQuit(); });
     connect(m_quit.get(), &QuitConfirmation::quitConfirmed, qApp, &QCoreApplication::quit,
             Qt::QueuedConnection);
     connect(window, SIGNAL(quitRequested()), m_quit.get(), SLOT(request()));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "testtrace.h"
 
-#include "deliveryqueue.h"
+#include "delivery.h"
 #include "sessionviewmodel.h"
 #include "uploadmanager.h"
 
@@ -46,7 +46,14 @@ TestTrace::TestTrace(SessionViewModel &viewModel, QWindow *panel, QObject *paren
         if (std::exchange(m_lastOwed, owed) != owed)
             say(QStringLiteral("owed %1").arg(owed));
     });
+    // The line that says a session was taken up again after the program went away.
+    connect(&viewModel, &SessionViewModel::resumeNoticeChanged, this, [this] {
+        if (m_viewModel.resumeNotice().isValid())
+            say(QStringLiteral("resumed ") + m_viewModel.resumeNotice().toString());
+    });
     m_screen.setViewModel(&viewModel);
+    if (viewModel.resumeNotice().isValid())
+        say(QStringLiteral("resumed ") + viewModel.resumeNotice().toString());
     follow(viewModel.uploadManager());
 }
 

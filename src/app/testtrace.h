@@ -15,8 +15,9 @@ class UploadManager;
 // For the end-to-end test that drives the program from outside, as a person would: with
 // QUILLMERE_TEST_TRACE set, one line on standard output for every change of the screen shown
 // ("screen setup"), of the upload count ("uploaded 3") and of the control that has the
-// keyboard focus ("focus Detener"), of the panel's visibility ("panel shown", "panel hidden")
-// and of what stands for the program on the desktop ("shell tray", "shell window"). A line
+// keyboard focus ("focus Detener"), of the panel's visibility ("panel shown", "panel hidden"),
+// of what stands for the program on the desktop ("shell tray", "shell window") and of the line
+// that says a session was taken up again ("resumed Sesión retomada…"). A line
 // "press <name>" on standard input presses the control of that accessible name through its
 // accessibility interface, as a screen reader would: for displays no input tool reaches
 // (a Wayland compositor); "grab <path>" saves the panel as drawn to that PNG. Off otherwise, and

@@ -2,13 +2,8 @@
 #include "deliveryjournal.h"
 
 #include <QDateTime>
-#include <QDir>
-#include <QFileInfo>
-#include <QSqlDatabase>
-#include <QSqlError>
 #include <QSqlQuery>
 #include <QStandardPaths>
-#include <QUuid>
 
 namespace {
 
@@ -21,21 +16,44 @@ QString &pathForTests()
 qint64 now() { return QDateTime::currentMSecsSinceEpoch(); }
 
 // Delivered photos are kept a while, so that what happened to a shoot can still be looked up,
-// and then dropped so the journal does not grow for ever.
+// and then dropped so the journal does not grow for ever; never those of a session that may
+// still be taken up again, whose names say what was already sent.
 constexpr qint64 keepDeliveredMs = qint64(30) * 24 * 3600 * 1000;
 
 const QString photoColumns = QStringLiteral(
     "p.id, p.folder_id, s.slug, s.client_name, p.path, p.size, p.modified_ms, p.preview_url, "
     "p.preview_key, p.preview_bucket, p.registration_sent, p.preview_registered_at, "
-    "p.original_stored_at, p.refusal, p.original_presign, p.original_resend");
+    "p.original_stored_at, p.refusal, p.original_presign, p.original_resend, "
+    "p.preview_presign");
+
+QVariant sizeOf(const std::optional<FileStamp> &taken)
+{
+    return taken ? QVariant(taken->size) : QVariant();
+}
+
+QVariant modifiedMsOf(const std::optional<FileStamp> &taken)
+{
+    return taken ? QVariant(taken->modifiedNanoseconds / 1000000) : QVariant();
+}
+
+QVariant encoded(const std::optional<PresignResponse> &presign)
+{
+    return presign ? QVariant(presign->encode()) : QVariant();
+}
+
+std::optional<PresignResponse> decoded(const QVariant &stored)
+{
+    if (stored.isNull())
+        return std::nullopt;
+    // A permission that no longer reads is simply not reused.
+    try {
+        return PresignResponse::decode(stored.toByteArray());
+    } catch (const std::exception &) {
+        return std::nullopt;
+    }
+}
 
 } // namespace
-
-PhotoDelivery JournalPhoto::delivery() const
-{
-    return {id,           fileURL,         storedPreview, registrationSent, previewRegistered,
-            originalPresign, originalResend};
-}
 
 QString DeliveryJournal::defaultPath()
 {
@@ -51,205 +69,114 @@ QString DeliveryJournal::defaultPath()
 void DeliveryJournal::setPathForTests(const QString &path) { pathForTests() = path; }
 
 DeliveryJournal::DeliveryJournal()
-    : m_connection(QStringLiteral("delivery-journal-") +
-                   QUuid::createUuid().toString(QUuid::WithoutBraces))
+    : m_sessions(m_database)
 {
-}
-
-DeliveryJournal::~DeliveryJournal()
-{
-    {
-        QSqlDatabase database = QSqlDatabase::database(m_connection, false);
-        if (database.isValid())
-            database.close();
-    }
-    QSqlDatabase::removeDatabase(m_connection);
 }
 
 bool DeliveryJournal::open(const QString &path)
 {
-    if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
-        m_error = QStringLiteral("No se pudo crear la carpeta de ") + path;
+    if (!m_database.open(path))
         return false;
-    }
-    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
-    database.setDatabaseName(path);
-    // A second program writing at the same moment waits for the lock instead of failing.
-    database.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000"));
-    if (!database.open()) {
-        m_error = database.lastError().text();
-        return false;
-    }
-    m_open = true;
-    // Write-ahead logging with a sync at every commit: a committed step survives a power cut,
-    // and a crash mid-write leaves the previous state whole.
-    const bool ready =
-        exec(QStringLiteral("PRAGMA journal_mode=WAL")) &&
-        exec(QStringLiteral("PRAGMA synchronous=FULL")) &&
-        exec(QStringLiteral("CREATE TABLE IF NOT EXISTS sessions ("
-                            "folder_id INTEGER PRIMARY KEY, slug TEXT, "
-                            "client_name TEXT NOT NULL, opened_at INTEGER NOT NULL)")) &&
-        exec(QStringLiteral(
-            "CREATE TABLE IF NOT EXISTS photos ("
-            "id INTEGER PRIMARY KEY AUTOINCREMENT, "
-            "folder_id INTEGER NOT NULL REFERENCES sessions(folder_id), "
-            "path TEXT NOT NULL, size INTEGER NOT NULL, modified_ms INTEGER NOT NULL, "
-            "handed_at INTEGER NOT NULL, "
-            "preview_url TEXT, preview_key TEXT, preview_bucket TEXT, "
-            "registration_sent INTEGER NOT NULL DEFAULT 0, preview_registered_at INTEGER, "
-            "preview_size INTEGER, preview_modified_ms INTEGER, "
-            "original_size INTEGER, original_modified_ms INTEGER, "
-            "original_presign BLOB, original_stored_at INTEGER, "
-            "original_resend INTEGER NOT NULL DEFAULT 0, refusal TEXT, "
-            "refused_at INTEGER)")) &&
-        exec(QStringLiteral("DELETE FROM photos WHERE original_stored_at < ?"),
-             {now() - keepDeliveredMs});
-    if (!ready) {
-        m_open = false;
-        return false;
-    }
+    // A failure here is told like any other write's; the journal is still of use.
+    m_database.write(QStringLiteral("DELETE FROM photos WHERE original_stored_at < ? AND "
+                                    "folder_id NOT IN (SELECT folder_id FROM sessions WHERE "
+                                    "ending IN ('recording', 'quit'))"),
+                     {now() - keepDeliveredMs});
+    m_sessions.forgetFinishedNames();
     return true;
-}
-
-void DeliveryJournal::fail(const QString &what) const { m_error = what; }
-
-bool DeliveryJournal::exec(const QString &statement, const QVariantList &values) const
-{
-    if (!m_open)
-        return false;
-    QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    if (!query.prepare(statement)) {
-        fail(query.lastError().text());
-        return false;
-    }
-    for (const QVariant &value : values)
-        query.addBindValue(value);
-    if (!query.exec()) {
-        fail(query.lastError().text());
-        return false;
-    }
-    return true;
-}
-
-void DeliveryJournal::recordSession(qint64 folderId, const QString &slug,
-                                    const QString &clientName)
-{
-    exec(QStringLiteral("INSERT INTO sessions (folder_id, slug, client_name, opened_at) "
-                        "VALUES (?, ?, ?, ?) ON CONFLICT(folder_id) DO UPDATE SET "
-                        "slug = excluded.slug, client_name = excluded.client_name"),
-         {folderId, slug, clientName, now()});
 }
 
 qint64 DeliveryJournal::addPhoto(qint64 folderId, const QUrl &fileURL, qint64 size,
                                  qint64 modifiedMs)
 {
-    if (!m_open)
-        return 0;
-    QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    query.prepare(QStringLiteral("INSERT INTO photos (folder_id, path, size, modified_ms, "
-                                 "handed_at) VALUES (?, ?, ?, ?, ?)"));
-    query.addBindValue(folderId);
-    query.addBindValue(fileURL.toLocalFile());
-    query.addBindValue(size);
-    query.addBindValue(modifiedMs);
-    query.addBindValue(now());
-    if (!query.exec()) {
-        fail(query.lastError().text());
-        return 0;
-    }
-    return query.lastInsertId().toLongLong();
+    return m_database.insert(QStringLiteral("INSERT INTO photos (folder_id, path, size, "
+                                            "modified_ms, handed_at) VALUES (?, ?, ?, ?, ?)"),
+                             {folderId, fileURL.toLocalFile(), size, modifiedMs, now()});
 }
 
-namespace {
-QVariant sizeOf(const std::optional<FileStamp> &taken)
+void DeliveryJournal::update(qint64 photo, const QString &assignments, QVariantList values)
 {
-    return taken ? QVariant(taken->size) : QVariant();
+    // A photo the journal could not write down has no number: nothing to update.
+    if (photo <= 0)
+        return;
+    values.append(photo);
+    m_database.write(QStringLiteral("UPDATE photos SET ") + assignments +
+                         QStringLiteral(" WHERE id = ?"),
+                     values);
 }
-QVariant modifiedMsOf(const std::optional<FileStamp> &taken)
-{
-    return taken ? QVariant(taken->modifiedNanoseconds / 1000000) : QVariant();
-}
-} // namespace
 
 void DeliveryJournal::setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken)
 {
-    exec(QStringLiteral("UPDATE photos SET preview_size = ?, preview_modified_ms = ? WHERE id = ?"),
-         {sizeOf(taken), modifiedMsOf(taken), photo});
+    update(photo, QStringLiteral("preview_size = ?, preview_modified_ms = ?"),
+           {sizeOf(taken), modifiedMsOf(taken)});
 }
 
 void DeliveryJournal::setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken)
 {
-    exec(QStringLiteral("UPDATE photos SET original_size = ?, original_modified_ms = ? "
-                        "WHERE id = ?"),
-         {sizeOf(taken), modifiedMsOf(taken), photo});
+    update(photo, QStringLiteral("original_size = ?, original_modified_ms = ?"),
+           {sizeOf(taken), modifiedMsOf(taken)});
 }
 
-void DeliveryJournal::setRefusalLifted(qint64 photo)
+void DeliveryJournal::setPreviewPresign(qint64 photo,
+                                        const std::optional<PresignResponse> &presign)
 {
-    exec(QStringLiteral("UPDATE photos SET refusal = NULL, refused_at = NULL WHERE id = ?"),
-         {photo});
-}
-
-void DeliveryJournal::setOriginalResend(qint64 photo)
-{
-    exec(QStringLiteral("UPDATE photos SET original_stored_at = NULL, original_resend = 1 "
-                        "WHERE id = ?"),
-         {photo});
+    update(photo, QStringLiteral("preview_presign = ?"), {encoded(presign)});
 }
 
 void DeliveryJournal::setPreviewStored(qint64 photo, const StoredPreview &preview)
 {
-    exec(QStringLiteral("UPDATE photos SET preview_url = ?, preview_key = ?, preview_bucket = ? "
-                        "WHERE id = ?"),
-         {preview.url, preview.key, preview.bucket, photo});
+    update(photo, QStringLiteral("preview_url = ?, preview_key = ?, preview_bucket = ?"),
+           {preview.url, preview.key, preview.bucket});
 }
 
 void DeliveryJournal::setRegistrationSent(qint64 photo)
 {
-    exec(QStringLiteral("UPDATE photos SET registration_sent = 1 WHERE id = ?"), {photo});
+    update(photo, QStringLiteral("registration_sent = 1"), {});
 }
 
 void DeliveryJournal::setPreviewRegistered(qint64 photo)
 {
-    exec(QStringLiteral("UPDATE photos SET preview_registered_at = ? WHERE id = ?"),
-         {now(), photo});
+    update(photo, QStringLiteral("preview_registered_at = ?"), {now()});
 }
 
-void DeliveryJournal::setOriginalPresign(qint64 photo, const PresignResponse &presign)
+void DeliveryJournal::setOriginalPresign(qint64 photo,
+                                         const std::optional<PresignResponse> &presign)
 {
-    exec(QStringLiteral("UPDATE photos SET original_presign = ? WHERE id = ?"),
-         {presign.encode(), photo});
+    update(photo, QStringLiteral("original_presign = ?"), {encoded(presign)});
 }
 
 void DeliveryJournal::setOriginalStored(qint64 photo)
 {
-    exec(QStringLiteral("UPDATE photos SET original_stored_at = ? WHERE id = ?"), {now(), photo});
+    update(photo, QStringLiteral("original_stored_at = ?"), {now()});
 }
 
 void DeliveryJournal::setRefused(qint64 photo, const QString &reason)
 {
-    exec(QStringLiteral("UPDATE photos SET refusal = ?, refused_at = ? WHERE id = ?"),
-         {reason, now(), photo});
+    update(photo, QStringLiteral("refusal = ?, refused_at = ?"), {reason, now()});
+}
+
+void DeliveryJournal::setRefusalLifted(qint64 photo)
+{
+    update(photo, QStringLiteral("refusal = NULL, refused_at = NULL"), {});
+}
+
+void DeliveryJournal::setOriginalResend(qint64 photo)
+{
+    update(photo, QStringLiteral("original_stored_at = NULL, original_resend = 1"), {});
 }
 
 QList<JournalPhoto> DeliveryJournal::select(const QString &condition,
                                             const QVariantList &values) const
 {
     QList<JournalPhoto> photos;
-    if (!m_open)
+    QSqlQuery query = m_database.query();
+    if (!m_database.read(query,
+                         QStringLiteral("SELECT ") + photoColumns +
+                             QStringLiteral(" FROM photos p JOIN sessions s ON "
+                                            "s.folder_id = p.folder_id WHERE ") +
+                             condition + QStringLiteral(" ORDER BY p.id"),
+                         values))
         return photos;
-    QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    query.setForwardOnly(true);
-    query.prepare(QStringLiteral("SELECT ") + photoColumns +
-                  QStringLiteral(" FROM photos p JOIN sessions s ON s.folder_id = p.folder_id "
-                                 "WHERE ") +
-                  condition + QStringLiteral(" ORDER BY p.id"));
-    for (const QVariant &value : values)
-        query.addBindValue(value);
-    if (!query.exec()) {
-        fail(query.lastError().text());
-        return photos;
-    }
     while (query.next()) {
         JournalPhoto photo;
         photo.id = query.value(0).toLongLong();
@@ -260,22 +187,16 @@ QList<JournalPhoto> DeliveryJournal::select(const QString &condition,
         photo.size = query.value(5).toLongLong();
         photo.modifiedMs = query.value(6).toLongLong();
         if (!query.value(7).isNull())
-            photo.storedPreview = StoredPreview{query.value(7).toString(),
-                                                query.value(8).toString(),
-                                                query.value(9).toString()};
-        photo.registrationSent = query.value(10).toBool();
-        photo.previewRegistered = !query.value(11).isNull();
+            photo.progress.storedPreview = StoredPreview{
+                query.value(7).toString(), query.value(8).toString(), query.value(9).toString()};
+        photo.progress.registrationSent = query.value(10).toBool();
+        photo.progress.previewRegistered = !query.value(11).isNull();
         photo.originalStored = !query.value(12).isNull();
         if (!query.value(13).isNull())
             photo.refusal = query.value(13).toString();
-        photo.originalResend = query.value(15).toBool();
-        if (!query.value(14).isNull()) {
-            // A permission that no longer reads is simply not reused.
-            try {
-                photo.originalPresign = PresignResponse::decode(query.value(14).toByteArray());
-            } catch (const std::exception &) {
-            }
-        }
+        photo.progress.originalPresign = decoded(query.value(14));
+        photo.progress.originalResend = query.value(15).toBool();
+        photo.progress.previewPresign = decoded(query.value(16));
         photos.append(photo);
     }
     return photos;

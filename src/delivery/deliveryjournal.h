@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "deliveryledger.h"
+#include "filestamp.h"
+#include "journaldatabase.h"
+#include "photoprogress.h"
+#include "sessionjournal.h"
 
 #include <QList>
 #include <QString>
@@ -18,21 +21,14 @@ struct JournalPhoto {
     QUrl fileURL;
     qint64 size = 0;       // when it was handed over
     qint64 modifiedMs = 0; // the same, milliseconds since the epoch
-    std::optional<StoredPreview> storedPreview;
-    bool registrationSent = false;
-    bool previewRegistered = false;
-    std::optional<PresignResponse> originalPresign;
+    PhotoProgress progress;
     bool originalStored = false;
-    bool originalResend = false;
     std::optional<QString> refusal; // set when a refusal that will not change ended it
-
-    PhotoDelivery delivery() const;
 };
 
-// The written record of every photo handed to the pipeline and how far its delivery got, in
-// an SQLite database of the program's own (never in the watch folder). Each step is committed
-// before the call returns, in write-ahead mode with full syncs, so that a crash, a kill or a
-// power cut loses no entry and leaves none half written. Main thread only.
+// The written record of every photo handed to delivery and how far its delivery got, and of the
+// live session they belong to, in an SQLite database of the program's own (never in the watch
+// folder). Each step is committed before the call returns. Main thread only.
 class DeliveryJournal {
 public:
     // Where the program keeps its journal: the per-user data folder, or where a test put it.
@@ -41,25 +37,28 @@ public:
     static void setPathForTests(const QString &path);
 
     DeliveryJournal();
-    ~DeliveryJournal();
     DeliveryJournal(const DeliveryJournal &) = delete;
     DeliveryJournal &operator=(const DeliveryJournal &) = delete;
 
-    // Opens (creating when new) the journal at `path`; false, with errorString(), when the
-    // database cannot be opened or written.
+    // Opens (creating or upgrading when needed) the journal at `path`; false, with
+    // errorString(), when it cannot be opened or written.
     bool open(const QString &path);
-    bool isOpen() const { return m_open; }
-    QString errorString() const { return m_error; }
+    bool isOpen() const { return m_database.isOpen(); }
+    QString errorString() const { return m_database.errorString(); }
+    // Tells when a write could not be made, and when writes go through again.
+    JournalDatabase &database() { return m_database; }
+    SessionJournal &sessions() { return m_sessions; }
+    const SessionJournal &sessions() const { return m_sessions; }
 
-    void recordSession(qint64 folderId, const QString &slug, const QString &clientName);
     // The photo's number; 0 when the journal could not write it down.
     qint64 addPhoto(qint64 folderId, const QUrl &fileURL, qint64 size, qint64 modifiedMs);
     void setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken);
     void setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken);
+    void setPreviewPresign(qint64 photo, const std::optional<PresignResponse> &presign);
     void setPreviewStored(qint64 photo, const StoredPreview &preview);
     void setRegistrationSent(qint64 photo);
     void setPreviewRegistered(qint64 photo);
-    void setOriginalPresign(qint64 photo, const PresignResponse &presign);
+    void setOriginalPresign(qint64 photo, const std::optional<PresignResponse> &presign);
     void setOriginalStored(qint64 photo);
     void setRefused(qint64 photo, const QString &reason);
     // The file changed after an attempt took it: a refused photo is owed again, a stored
@@ -74,11 +73,9 @@ public:
     QList<JournalPhoto> refused(qint64 folderId) const;
 
 private:
-    bool exec(const QString &statement, const QVariantList &values = {}) const;
+    void update(qint64 photo, const QString &assignments, QVariantList values);
     QList<JournalPhoto> select(const QString &condition, const QVariantList &values) const;
-    void fail(const QString &what) const;
 
-    QString m_connection;
-    bool m_open = false;
-    mutable QString m_error;
+    JournalDatabase m_database;
+    SessionJournal m_sessions;
 };

@@ -2,10 +2,13 @@
 #include "sessionviewmodel.h"
 
 #include "apiclient.h"
-#include "deliveryqueue.h"
+#include "delivery.h"
 #include "folderwatcher.h"
 #include "preferences.h"
 #include "requestfailure.h"
+#include "sessionjournal.h"
+#include "sessionrecorder.h"
+#include "sessionresumption.h"
 #include "uploadmanager.h"
 
 namespace {
@@ -21,17 +24,23 @@ SessionViewModel::SessionViewModel(QObject *parent)
     : QObject(parent)
     , m_email(Preferences::string(Preferences::savedEmailKey).value_or(QString()))
     , m_api(APIClient::shared())
-    , m_deliveries(std::make_unique<DeliveryQueue>())
+    , m_deliveries(std::make_unique<Delivery>())
 {
-    connect(m_deliveries.get(), &DeliveryQueue::changed, this,
-            &SessionViewModel::deliveriesChanged);
-    connect(m_deliveries.get(), &DeliveryQueue::signInRequired, this,
+    connect(m_deliveries.get(), &Delivery::changed, this, &SessionViewModel::deliveriesChanged);
+    connect(m_deliveries.get(), &Delivery::signInRequired, this,
             &SessionViewModel::signInExpired);
+    // The session first, so that what it still owes counts on its screen as it goes.
+    takeUpLiveSession();
     // What an earlier run could not deliver goes now, into its own session.
     m_deliveries->resumeOwed();
 }
 
 SessionViewModel::~SessionViewModel() = default;
+
+FolderWatcher *SessionViewModel::watcher() const
+{
+    return m_recorder ? m_recorder->watcher() : nullptr;
+}
 
 void SessionViewModel::setState(AppState state)
 {
@@ -79,6 +88,11 @@ void SessionViewModel::setIsPaused(bool paused)
     if (m_isPaused == paused)
         return;
     m_isPaused = paused;
+    if (m_recorder)
+        m_recorder->setPaused(paused);
+    // A session taken up after a restart comes back as paused as it was.
+    if (m_state == AppState::recording && m_session.folderId)
+        m_deliveries->sessions().setPaused(*m_session.folderId, paused);
     Q_EMIT isPausedChanged();
 }
 
@@ -112,24 +126,34 @@ QVariant SessionViewModel::deliveryNotice() const { return m_deliveries->notice(
 QVariant SessionViewModel::refusedNotice() const { return m_deliveries->refusedNotice(); }
 int SessionViewModel::waitingCount() const { return m_deliveries->waitingCount(); }
 QString SessionViewModel::deliveryReason() const { return m_deliveries->reasonText(); }
+QVariant SessionViewModel::journalNotice() const { return m_deliveries->journalNotice(); }
+
+QVariant SessionViewModel::resumeNotice() const
+{
+    return m_resumeNotice ? QVariant(*m_resumeNotice) : QVariant();
+}
+
+QVariant SessionViewModel::resumeOffer() const
+{
+    return m_resumeOffer ? QVariant(m_resumeOffer->clientName) : QVariant();
+}
+
+QVariant SessionViewModel::folderNotice() const
+{
+    if (m_state != AppState::recording || !m_recorder || m_recorder->folderAvailable() ||
+        !m_session.watchFolder)
+        return {};
+    return QStringLiteral("No se encuentra la carpeta «%1». Las fotos se enviarán en cuanto "
+                          "vuelva.")
+        .arg(m_session.watchFolder->fileName());
+}
 
 int SessionViewModel::originalsOwed() const
 {
     return m_session.folderId ? m_deliveries->unfinishedCount(*m_session.folderId) : 0;
 }
 
-QVariant SessionViewModel::quitWarning() const
-{
-    const int unfinished = m_deliveries->unfinishedCount();
-    if (unfinished == 0)
-        return {};
-    if (unfinished == 1)
-        return QStringLiteral("Queda 1 foto por enviar. Se enviará la próxima vez que abras "
-                              "Quillmere Live.");
-    return QStringLiteral("Quedan %1 fotos por enviar. Se enviarán la próxima vez que abras "
-                          "Quillmere Live.")
-        .arg(unfinished);
-}
+QVariant SessionViewModel::quitWarning() const { return m_deliveries->quitWarning(); }
 
 void SessionViewModel::signInExpired()
 {
@@ -210,43 +234,97 @@ QCoro::Task<> SessionViewModel::startSessionTask()
     session.galleryURL = reply.gallery_url;
     setSession(session);
 
-    auto manager = std::make_unique<UploadManager>(reply.folder_id);
-    m_deliveries->attach(manager.get(), reply.folder_id, reply.slug, m_session.clientName);
-    setUploadManager(std::move(manager));
-
-    const QUrl folder = *m_session.watchFolder;
-    auto watcher = std::make_unique<FolderWatcher>(
-        folder, [self](const QUrl &file) { if (self) self->handleNewFile(file); },
-        FolderWatcher::listFiles(folder));
-    connect(watcher.get(), &FolderWatcher::candidateQuiet, this, [this](const QUrl &file) {
-        if (!m_isPaused && m_uploadManager)
-            m_uploadManager->preparePreview(file);
-    });
-    m_watcher = std::move(watcher);
-    m_watcher->start();
-
-    setState(AppState::recording);
+    // Written down before anything is watched, so that the program can take the session up
+    // again whenever it goes away from here on. A session offered to continue is left as the
+    // service has it, and what the journal owes it still goes.
+    const QSet<QString> namesAtStart = FolderWatcher::listFiles(*m_session.watchFolder);
+    m_deliveries->sessions().record(SessionResumption::recordOf(m_session, m_isPaused),
+                                    namesAtStart);
+    setResumeOffer(std::nullopt);
+    setResumeNotice(std::nullopt);
+    beginRecording(namesAtStart, {});
 }
 
-void SessionViewModel::handleNewFile(const QUrl &file)
+void SessionViewModel::beginRecording(QSet<QString> knownNames,
+                                      const UploadCounts &counts)
 {
-    // A pause drops the photo for good: the watcher already counts it as known.
-    if (m_isPaused)
+    const qint64 folderId = *m_session.folderId;
+    auto manager = std::make_unique<UploadManager>(folderId, m_deliveries->lanes(), counts);
+    m_deliveries->countInto(manager.get());
+    setUploadManager(std::move(manager));
+
+    m_recorder = std::make_unique<SessionRecorder>(*m_deliveries, folderId, *m_session.watchFolder,
+                                                   std::move(knownNames));
+    m_recorder->setPaused(m_isPaused);
+    connect(m_recorder.get(), &SessionRecorder::folderAvailableChanged, this,
+            &SessionViewModel::folderNoticeChanged);
+    m_recorder->start();
+
+    setState(AppState::recording);
+    Q_EMIT folderNoticeChanged();
+}
+
+void SessionViewModel::takeUpLiveSession()
+{
+    if (const std::optional<SessionResumption> crashed =
+            SessionResumption::afterCrash(m_deliveries->sessions()))
+        resume(*crashed);
+    else
+        setResumeOffer(SessionResumption::offer(m_deliveries->sessions()));
+}
+
+void SessionViewModel::continueSession()
+{
+    if (m_state != AppState::setup || !m_resumeOffer)
         return;
-    // Handed over in a turn of its own, so the watcher's poll returns at once.
-    QMetaObject::invokeMethod(
-        this, [this, file] {
-            if (m_uploadManager)
-                m_uploadManager->uploadFile(file);
-        },
-        Qt::QueuedConnection);
+    const qint64 folderId = *m_resumeOffer->folderId;
+    setResumeOffer(std::nullopt);
+    if (const std::optional<SessionResumption> continuing =
+            SessionResumption::continuing(m_deliveries->sessions(), folderId))
+        resume(*continuing);
+}
+
+void SessionViewModel::resume(const SessionResumption &resumption)
+{
+    setError(std::nullopt);
+    setSession(resumption.session);
+    m_isPaused = resumption.paused;
+    Q_EMIT isPausedChanged();
+    beginRecording(resumption.knownNames, resumption.counts);
+    setResumeNotice(resumption.notice);
+}
+
+void SessionViewModel::recordQuit()
+{
+    if (m_state == AppState::recording && m_session.folderId)
+        m_deliveries->sessions().setEnding(*m_session.folderId, RecordedSession::Ending::quit);
+}
+
+void SessionViewModel::setResumeOffer(std::optional<LiveSession> offer)
+{
+    if (!offer && !m_resumeOffer)
+        return;
+    m_resumeOffer = std::move(offer);
+    Q_EMIT resumeOfferChanged();
+}
+
+void SessionViewModel::setResumeNotice(std::optional<QString> notice)
+{
+    if (m_resumeNotice == notice)
+        return;
+    m_resumeNotice = std::move(notice);
+    Q_EMIT resumeNoticeChanged();
 }
 
 QCoro::Task<> SessionViewModel::stopSessionTask()
 {
-    if (m_watcher)
-        m_watcher->invalidateTimer();
-    m_watcher.reset();
+    if (m_recorder)
+        m_recorder->stop();
+    m_recorder.reset();
+    // Stopped by the photographer: never taken up again, whatever the service answers.
+    if (m_state == AppState::recording && m_session.folderId)
+        m_deliveries->sessions().setEnding(*m_session.folderId, RecordedSession::Ending::stopped);
+    Q_EMIT folderNoticeChanged();
 
     QPointer<SessionViewModel> self(this);
     if (m_session.slug) {
@@ -277,5 +355,6 @@ void SessionViewModel::newSession()
     setUploadManager(nullptr);
     setIsPaused(false);
     setError(std::nullopt);
+    setResumeNotice(std::nullopt);
     setState(AppState::setup);
 }

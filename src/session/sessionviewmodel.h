@@ -8,6 +8,7 @@
 #include <QCoroTask>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QUrl>
 #include <QVariant>
@@ -17,12 +18,17 @@
 #include <optional>
 
 class APIClient;
-class DeliveryQueue;
+class Delivery;
 class FolderWatcher;
+class SessionRecorder;
+struct SessionResumption;
 
 // The one controller: holds what the screens show, signs in, and carries a live session from
-// its start to its stop. Every property changes on the main thread only; no operation reports
-// to its caller, every failure ends as the one line of text in `error`.
+// its start to its stop. A session outlives the program: the journal keeps it while it records,
+// and at the next start the controller goes straight back into a session the program left
+// without being asked to (a crash, a power cut), or offers to continue one the photographer
+// quit from. Every property changes on the main thread only; no operation reports to its
+// caller, every failure ends as the one line of text in `error`.
 class SessionViewModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(AppStates::AppState state READ state NOTIFY stateChanged)
@@ -40,6 +46,15 @@ class SessionViewModel : public QObject {
     Q_PROPERTY(int originalsOwed READ originalsOwed NOTIFY deliveriesChanged)
     Q_PROPERTY(int waitingCount READ waitingCount NOTIFY deliveriesChanged)
     Q_PROPERTY(QString deliveryReason READ deliveryReason NOTIFY deliveriesChanged)
+    // That the delivery journal cannot be written; undefined while it can.
+    Q_PROPERTY(QVariant journalNotice READ journalNotice NOTIFY deliveriesChanged)
+    // The client of the session the photographer quit from while it recorded, which the setup
+    // screen offers to continue; undefined when there is none.
+    Q_PROPERTY(QVariant resumeOffer READ resumeOffer NOTIFY resumeOfferChanged)
+    // The line that says the session on screen was taken up again; undefined otherwise.
+    Q_PROPERTY(QVariant resumeNotice READ resumeNotice NOTIFY resumeNoticeChanged)
+    // That the watch folder cannot be found; undefined while it is there.
+    Q_PROPERTY(QVariant folderNotice READ folderNotice NOTIFY folderNoticeChanged)
 
 public:
     // Shows the platform's modal folder panel with the given prompt; no value on cancel. The
@@ -69,15 +84,19 @@ public:
     void setEmail(const QString &email);
     const QString &password() const { return m_password; }
     void setPassword(const QString &password);
-    FolderWatcher *watcher() const { return m_watcher.get(); }
+    FolderWatcher *watcher() const;
     UploadManager *uploadManager() const { return m_uploadManager.get(); }
     APIClient &api() const { return m_api; }
-    DeliveryQueue &deliveries() const { return *m_deliveries; }
+    Delivery &deliveries() const { return *m_deliveries; }
     QVariant deliveryNotice() const;
     QVariant refusedNotice() const;
     int originalsOwed() const;
     int waitingCount() const;
     QString deliveryReason() const;
+    QVariant journalNotice() const;
+    QVariant resumeOffer() const;
+    QVariant resumeNotice() const;
+    QVariant folderNotice() const;
     // What quitting now would leave undelivered, as the question put before quitting;
     // undefined when nothing would be.
     Q_INVOKABLE QVariant quitWarning() const;
@@ -92,6 +111,11 @@ public:
     Q_INVOKABLE void startSession();
     Q_INVOKABLE void stopSession();
     Q_INVOKABLE void newSession();
+    // Takes up the session the setup screen offers, where it was left.
+    Q_INVOKABLE void continueSession();
+    // The photographer quits the program (after confirming, where asked): a session that
+    // records now is offered to continue at the next start, rather than taken up at once.
+    void recordQuit();
 
     // The same operations for callers that want to wait for their end (tests, scripts).
     QCoro::Task<> loginTask();
@@ -108,14 +132,24 @@ Q_SIGNALS:
     void passwordChanged();
     void uploadManagerChanged();
     void deliveriesChanged();
+    void resumeOfferChanged();
+    void resumeNoticeChanged();
+    void folderNoticeChanged();
 
 private:
     void setState(AppState state);
     void setError(std::optional<QString> error);
     void setIsAuthenticating(bool authenticating);
     void setUploadManager(std::unique_ptr<UploadManager> manager);
-    void handleNewFile(const QUrl &file);
     void signInExpired();
+    // What the journal holds of a session this program did not close: taken up at once after a
+    // crash, offered after a quit.
+    void takeUpLiveSession();
+    void resume(const SessionResumption &resumption);
+    // The manager and the watcher of a session that records from now on.
+    void beginRecording(QSet<QString> knownNames, const UploadCounts &counts);
+    void setResumeOffer(std::optional<LiveSession> offer);
+    void setResumeNotice(std::optional<QString> notice);
 
     AppState m_state = AppState::setup;
     LiveSession m_session;
@@ -124,9 +158,11 @@ private:
     bool m_isPaused = false;
     QString m_email;
     QString m_password;
-    std::unique_ptr<FolderWatcher> m_watcher;
+    std::unique_ptr<SessionRecorder> m_recorder;
     std::unique_ptr<UploadManager> m_uploadManager;
     APIClient &m_api;
-    std::unique_ptr<DeliveryQueue> m_deliveries;
+    std::unique_ptr<Delivery> m_deliveries;
     FolderChooser m_folderChooser;
+    std::optional<LiveSession> m_resumeOffer;
+    std::optional<QString> m_resumeNotice;
 };

@@ -27,6 +27,11 @@ AttemptFailure AttemptFailure::of(const std::exception &error)
         return {Kind::signInNeeded, description};
     // Object stores refuse a presign past its expiry with 403: a fresh one goes through.
     if (refusal->errorCase() == APIError::uploadFailed && status == 403)
-        return {Kind::passing, description};
+        return {Kind::passing, description, true};
+    // The folder the photos go into is unknown: the session was closed or removed on the
+    // service, and no photo of it can go there any more.
+    if (status == 404 && (refusal->errorCase() == APIError::presignFailed ||
+                          refusal->errorCase() == APIError::registerFailed))
+        return {Kind::sessionGone, description};
     return {statusPasses(status) ? Kind::passing : Kind::refused, description};
 }

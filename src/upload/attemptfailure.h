@@ -10,13 +10,16 @@ struct AttemptFailure {
     enum class Kind {
         passing,      // no network, a timeout, a 5xx, a 429, an expired presign: try again later
         signInNeeded, // the service no longer takes the token
-        refused,      // a refusal that will not change
+        sessionGone,  // the service no longer knows the session's folder
+        refused,      // another refusal that will not change
         unreadable,   // the photo's file could not be read
         undecodable,  // no preview could be made of the file
     };
 
     Kind kind = Kind::passing;
     QString description;
+    // The object store refused the upload permission itself: the next attempt asks for a new one.
+    bool permissionRefused = false;
 
     bool passes() const { return kind == Kind::passing || kind == Kind::signInNeeded; }
 

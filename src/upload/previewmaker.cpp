@@ -3,7 +3,7 @@
 
 #include "asyncsemaphore.h"
 #include "imageresizer.h"
-#include "uploadjobs.h"
+#include "photoattempt.h"
 
 #include <QCoroFuture>
 #include <QThreadPool>
@@ -161,7 +161,7 @@ QCoro::Task<> PreviewMaker::run(std::shared_ptr<Work> work)
             return early ? makeEarly(file) : Made{std::nullopt, ImageResizer::createPreview(file)};
         })
             .onThreadPool(*QThreadPool::globalInstance())
-            .withPriority(UploadJobs::previewPoolPriority)
+            .withPriority(PhotoAttempt::previewPoolPriority)
             .spawn();
     work->made = co_await making;
     work->finished = true;

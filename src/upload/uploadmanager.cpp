@@ -2,12 +2,11 @@
 #include "uploadmanager.h"
 
 #include "apiclient.h"
-#include "asyncsemaphore.h"
-#include "deliveryledger.h"
+#include "attemptstep.h"
+#include "photoattempt.h"
 #include "previewmaker.h"
-#include "uploadjobs.h"
+#include "uploadlanes.h"
 
-#include <QFileInfo>
 #include <QUrl>
 
 #include <limits>
@@ -23,86 +22,85 @@ void increment(qint64 &counter, const char *name)
 
 } // namespace
 
-UploadManager::UploadManager(qint64 folderId, QObject *parent)
+UploadManager::UploadManager(qint64 folderId, std::shared_ptr<UploadLanes> lanes,
+                             UploadCounts counts, QObject *parent)
     : QObject(parent)
+    , m_uploadedCount(counts.uploadedCount)
+    , m_fullResUploaded(counts.fullResUploaded)
+    , m_fullResTotal(counts.fullResTotal)
     , m_folderId(folderId)
-    , m_api(APIClient::shared())
-    , m_previewSemaphore(std::make_shared<AsyncSemaphore>(2))
-    , m_fullResSemaphore(std::make_shared<AsyncSemaphore>(1))
-    , m_previews(std::make_shared<PreviewMaker>())
+    , m_lanes(lanes ? std::move(lanes) : std::make_shared<UploadLanes>(APIClient::shared()))
 {
 }
 
 UploadManager::~UploadManager()
 {
-    // Jobs still running keep the maker; early work for photos no job will ask for goes now.
-    m_previews->dropEarlyWork();
+    // A manager with lanes of its own takes their early work with it; attempts still running
+    // keep the maker. Shared lanes serve the next session.
+    if (m_lanes.use_count() == 1)
+        m_lanes->previews->dropEarlyWork();
 }
 
 QString UploadManager::previewName(const QString &fileName, const QString &extension)
 {
-    QString name = fileName;
-    if (!extension.isEmpty())
-        name.replace(extension, QStringLiteral("jpg"), Qt::CaseSensitive);
-    return QStringLiteral("preview_") + name;
-}
-
-UploadJobContext UploadManager::jobContext(const QUrl &fileURL)
-{
-    UploadJobContext context;
-    context.fileURL = fileURL;
-    context.fileName = fileURL.fileName();
-    context.previewName = previewName(context.fileName, QFileInfo(context.fileName).suffix());
-    context.folderId = m_folderId;
-    context.api = &m_api;
-    context.previewSemaphore = m_previewSemaphore;
-    context.fullResSemaphore = m_fullResSemaphore;
-    context.previews = m_previews;
-    context.manager = this;
-    context.ledger = m_ledger;
-    context.delivery.fileURL = fileURL;
-    return context;
+    return PhotoAttempt::previewName(fileName, extension);
 }
 
 void UploadManager::uploadFile(const QUrl &fileURL)
 {
-    UploadJobContext context = jobContext(fileURL);
-    // Written down before the first request, so that a photo is owed from the moment it is
-    // handed over, whatever happens next.
-    if (m_ledger)
-        context.delivery.photo = m_ledger->handedOver(m_folderId, fileURL);
-    UploadJobs::runPreviewJob(std::move(context));
+    attemptAndCount(m_lanes, QPointer<UploadManager>(this), fileURL, m_folderId);
 }
 
-void UploadManager::redeliver(const PhotoDelivery &delivery)
+QCoro::Task<> UploadManager::attemptAndCount(std::shared_ptr<UploadLanes> lanes,
+                                             QPointer<UploadManager> manager, QUrl fileURL,
+                                             qint64 folderId)
 {
-    UploadJobContext context = jobContext(delivery.fileURL);
-    context.delivery = delivery;
-    if (delivery.previewRegistered)
-        UploadJobs::runOriginalJob(std::move(context));
-    else
-        UploadJobs::runPreviewJob(std::move(context));
+    QCoro::AsyncGenerator<AttemptStep> attempt =
+        PhotoAttempt::run(std::move(lanes), {fileURL, folderId, {}});
+    auto step = co_await attempt.begin();
+    for (; step != attempt.end(); co_await ++step) {
+        if (manager)
+            manager->count(*step);
+    }
 }
+
+const PreviewMaker &UploadManager::previews() const { return *m_lanes->previews; }
 
 void UploadManager::preparePreview(const QUrl &fileURL)
 {
-    m_previews->prepare(fileURL);
+    m_lanes->previews->prepare(fileURL);
 }
 
-void UploadManager::recordPreviewUploaded()
+void UploadManager::count(const AttemptStep &step)
 {
-    // Both counters move in the same turn of the event loop, so no observer ever sees a
-    // preview counted without its original being due.
-    increment(m_uploadedCount, "uploadedCount");
-    increment(m_fullResTotal, "fullResTotal");
-    Q_EMIT uploadedCountChanged();
-    Q_EMIT fullResTotalChanged();
-}
-
-void UploadManager::recordOriginalUploaded()
-{
-    increment(m_fullResUploaded, "fullResUploaded");
-    Q_EMIT fullResUploadedChanged();
+    switch (step.kind) {
+    case AttemptStep::Kind::previewRegistered:
+        // Both counters move in the same turn of the event loop, so no observer ever sees a
+        // preview counted without its original being due.
+        increment(m_uploadedCount, "uploadedCount");
+        increment(m_fullResTotal, "fullResTotal");
+        Q_EMIT uploadedCountChanged();
+        Q_EMIT fullResTotalChanged();
+        break;
+    case AttemptStep::Kind::originalStored:
+        // A file sent again because it changed after it was stored is one original still.
+        if (!step.resend) {
+            increment(m_fullResUploaded, "fullResUploaded");
+            Q_EMIT fullResUploadedChanged();
+        }
+        break;
+    case AttemptStep::Kind::failed:
+        // An original's failure is never shown: its preview is already with the client.
+        if (step.part != AttemptStep::Part::preview || !step.failure)
+            break;
+        if (step.failure->kind == AttemptFailure::Kind::undecodable)
+            setError(QStringLiteral("No se pudo procesar ") + step.failure->description);
+        else
+            setError(QStringLiteral("Error: ") + step.failure->description);
+        break;
+    default:
+        break;
+    }
 }
 
 void UploadManager::setError(const QString &message)

@@ -1,24 +1,32 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QCoroTask>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QVariant>
 
 #include <memory>
 #include <optional>
 
-class APIClient;
-class AsyncSemaphore;
-class DeliveryLedger;
-struct PhotoDelivery;
+struct AttemptStep;
 class PreviewMaker;
+struct UploadLanes;
 class QUrl;
 
-// Sends every new photo of a live session: first its preview (made, authorised, stored and
-// registered; two at a time), then its original (one at a time, one retry). Counters and the
-// last error change only on the main thread. Jobs hold the manager weakly and run to their end
-// even after it is gone.
+// What a session that goes on after a restart had already counted.
+struct UploadCounts {
+    qint64 uploadedCount = 0;
+    qint64 fullResUploaded = 0;
+    qint64 fullResTotal = 0;
+};
+
+// What a live session has sent, as the screens show it: previews registered, originals due and
+// stored, and the last failure's text. uploadFile() sends a photo once, by the rules of a single
+// attempt, and counts what it did; the delivery layer sends the photos it keeps in its journal
+// through the same lanes and counts them here with count(). Counters and the error change only
+// on the main thread. Attempts run to their end even after the manager is gone.
 class UploadManager : public QObject {
     Q_OBJECT
     Q_PROPERTY(qint64 uploadedCount READ uploadedCount NOTIFY uploadedCountChanged)
@@ -27,23 +35,23 @@ class UploadManager : public QObject {
     Q_PROPERTY(QVariant error READ errorValue NOTIFY errorChanged)
 
 public:
-    explicit UploadManager(qint64 folderId, QObject *parent = nullptr);
+    // Without lanes, the manager has two of its own: two previews and one original at a time.
+    explicit UploadManager(qint64 folderId, std::shared_ptr<UploadLanes> lanes = {},
+                           UploadCounts counts = {}, QObject *parent = nullptr);
     ~UploadManager() override;
 
-    // Returns at once; the photo's jobs run in the background. Call on the main thread.
+    // Returns at once; the photo's attempt runs in the background. Call on the main thread.
     void uploadFile(const QUrl &fileURL);
     // Starts on the preview of a photo that looks complete but is not handed over yet, so it
-    // is ready by the time uploadFile() asks for it. Call on the main thread.
+    // is ready by the time its attempt asks for it. Call on the main thread.
     void preparePreview(const QUrl &fileURL);
-    const PreviewMaker &previews() const { return *m_previews; }
+    // What one step of an attempt at a photo of this session means for the counters and the
+    // error line.
+    void count(const AttemptStep &step);
 
-    // The layer above the attempts: told of every photo before its first request and of each
-    // step after. Set before the first photo; without one, a failed attempt is the end.
-    void setLedger(std::shared_ptr<DeliveryLedger> ledger) { m_ledger = std::move(ledger); }
-    // Another attempt at a photo an earlier one did not deliver, from the step it reached:
-    // the preview (made, or only registered) and then the original, or the original alone.
-    void redeliver(const PhotoDelivery &delivery);
-
+    qint64 folderId() const { return m_folderId; }
+    const std::shared_ptr<UploadLanes> &lanes() const { return m_lanes; }
+    const PreviewMaker &previews() const;
     qint64 uploadedCount() const { return m_uploadedCount; }
     qint64 fullResUploaded() const { return m_fullResUploaded; }
     qint64 fullResTotal() const { return m_fullResTotal; }
@@ -60,10 +68,9 @@ Q_SIGNALS:
     void errorChanged();
 
 private:
-    friend class UploadJobs; // the jobs report back through the three private calls below
-    struct UploadJobContext jobContext(const QUrl &fileURL);
-    void recordPreviewUploaded();
-    void recordOriginalUploaded();
+    static QCoro::Task<> attemptAndCount(std::shared_ptr<UploadLanes> lanes,
+                                         QPointer<UploadManager> manager, QUrl fileURL,
+                                         qint64 folderId);
     void setError(const QString &message);
 
     qint64 m_uploadedCount = 0;
@@ -71,9 +78,5 @@ private:
     qint64 m_fullResTotal = 0;
     std::optional<QString> m_error;
     const qint64 m_folderId;
-    APIClient &m_api;
-    std::shared_ptr<AsyncSemaphore> m_previewSemaphore;
-    std::shared_ptr<AsyncSemaphore> m_fullResSemaphore;
-    std::shared_ptr<PreviewMaker> m_previews;
-    std::shared_ptr<DeliveryLedger> m_ledger;
+    std::shared_ptr<UploadLanes> m_lanes;
 };

@@ -103,7 +103,16 @@ void FolderWatcher::start()
     }
     m_timer->start();
     setNotificationsEnabled(m_notificationsEnabled);
+    setFolderAvailable(QFileInfo(m_folderPath).isDir());
     scheduleReadyCheck();
+}
+
+void FolderWatcher::setFolderAvailable(bool available)
+{
+    if (m_folderAvailable == available)
+        return;
+    m_folderAvailable = available;
+    Q_EMIT folderAvailableChanged(available);
 }
 
 void FolderWatcher::invalidateTimer()
@@ -195,6 +204,10 @@ void FolderWatcher::checkForNewFiles()
     // The stamp is only trusted once it lies further back than any file system's timestamp
     // granularity.
     const std::optional<qint64> folderStamp = modificationTime(m_folderPath);
+    const QPointer<FolderWatcher> alive(this);
+    setFolderAvailable(folderStamp.has_value());
+    if (!alive || m_invalidated)
+        return; // the receiver stopped or released the watcher
     const qint64 checkStart = now();
     const bool folderChanged = std::exchange(m_folderChanged, false);
     if (folderStamp && folderStamp == m_settledFolderStamp && !folderChanged &&

@@ -49,6 +49,9 @@ public:
     const QUrl &watchURL() const { return m_watchURL; }
     const QSet<QString> &knownFiles() const { return m_knownFiles; }
     bool isRunning() const;
+    // Whether the folder was there at the last look: a card pulled out or a network drive that
+    // went away is watched for all the same, and picked up again when it is back.
+    bool folderAvailable() const { return m_folderAvailable; }
 
 Q_SIGNALS:
     // A candidate that is not handed over yet has not changed for a moment: most likely it is
@@ -56,6 +59,7 @@ Q_SIGNALS:
     // Said once for each modification time a candidate is seen with, so work can start on the
     // photo early; the hand-over itself keeps the one-second rule.
     void candidateQuiet(const QUrl &file);
+    void folderAvailableChanged(bool available);
 
 private:
     void onFolderChanged();
@@ -68,6 +72,7 @@ private:
                   qint64 checkTime);
     void scheduleReadyCheck();
     void watchFolderIfPresent();
+    void setFolderAvailable(bool available);
     // Whether the folder's own modification time can stand for its listing right now.
     bool folderTimesAreWatched() const;
     static bool keepsFolderTimes(const QString &folder);
@@ -96,4 +101,5 @@ private:
 
     bool m_notificationsEnabled = true;
     bool m_invalidated = false;
+    bool m_folderAvailable = true;
 };

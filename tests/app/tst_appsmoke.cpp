@@ -35,8 +35,6 @@ private Q_SLOTS:
 
 private:
     bool xdotool(const QStringList &arguments, QString *output = nullptr);
-    // The first visible window with that name, or nothing within 20 seconds.
-    QString findWindow(const QString &name);
     // Presses Tab until the control named `name` has the focus.
     bool tabTo(const QString &name);
     void snap(const QString &step);
@@ -64,21 +62,6 @@ void TestAppSmoke::initTestCase() {
 
 bool TestAppSmoke::xdotool(const QStringList &arguments, QString *output) {
     return VirtualDisplay::xdotool(arguments, output);
-}
-
-QString TestAppSmoke::findWindow(const QString &name) {
-    // xdotool gives up with BadWindow when a window it is looking at goes away mid-search,
-    // as the windows a starting program makes and drops do on a slow machine: look again.
-    QDeadlineTimer deadline(20000);
-    do {
-        QString windows;
-        if (xdotool({QStringLiteral("search"), QStringLiteral("--sync"),
-                     QStringLiteral("--onlyvisible"), QStringLiteral("--name"), name},
-                    &windows))
-            return windows.section(QLatin1Char('\n'), 0, 0);
-        QTest::qWait(200);
-    } while (!deadline.hasExpired());
-    return {};
 }
 
 bool TestAppSmoke::tabTo(const QString &name) {
@@ -120,7 +103,7 @@ void TestAppSmoke::signInRecordStopQuit() {
     // No tray on a bare X server: the panel is a window of its own.
     QVERIFY2(m_app.waitFor(QStringLiteral("screen login"), screenChange),
              qPrintable(m_app.transcript()));
-    QString window = findWindow(QStringLiteral("Quillmere Live"));
+    QString window = VirtualDisplay::findWindow(QStringLiteral("Quillmere Live"));
     QVERIFY(!window.isEmpty());
     QVERIFY(xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window}));
     QVERIFY2(m_app.waitForLatest(QStringLiteral("focus "), QStringLiteral("focus Email"), 10000),

@@ -2,8 +2,10 @@
 #include "virtualdisplay.h"
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QTest>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -91,6 +93,21 @@ bool VirtualDisplay::startAsThisProcessDisplay() {
     qputenv("QT_QPA_PLATFORM", "xcb");
     qunsetenv("WAYLAND_DISPLAY");
     return true;
+}
+
+QString VirtualDisplay::findWindow(const QString &name) {
+    // xdotool gives up with BadWindow when a window it is looking at goes away mid-search,
+    // as the windows a starting program makes and drops do on a slow machine: look again.
+    QDeadlineTimer deadline(20000);
+    do {
+        QString windows;
+        if (xdotool({QStringLiteral("search"), QStringLiteral("--sync"),
+                     QStringLiteral("--onlyvisible"), QStringLiteral("--name"), name},
+                    &windows))
+            return windows.section(QLatin1Char('\n'), 0, 0);
+        QTest::qWait(200);
+    } while (!deadline.hasExpired());
+    return {};
 }
 
 bool VirtualDisplay::xdotool(const QStringList &arguments, QString *output) {

@@ -22,6 +22,8 @@ public:
     // Runs xdotool on the display this process uses; its output, trimmed, into `output`.
     // False, with a warning that says why, when it fails.
     static bool xdotool(const QStringList &arguments, QString *output = nullptr);
+    // The first visible window with that name, or nothing within 20 seconds.
+    static QString findWindow(const QString &name);
     // ":N"; empty until started.
     QString name() const { return m_name; }
     QString errorString() const { return m_error; }

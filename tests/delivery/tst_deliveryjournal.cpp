@@ -14,6 +14,16 @@
 
 namespace {
 
+RecordedSession recorded(qint64 folderId, const QString &slug, const QString &clientName)
+{
+    RecordedSession session;
+    session.folderId = folderId;
+    session.slug = slug;
+    session.clientName = clientName;
+    session.watchFolder = QUrl::fromLocalFile(QStringLiteral("/shoot"));
+    return session;
+}
+
 constexpr const char *writerVariable = "QUILLMERE_JOURNAL_WRITER";
 
 // The child: writes photos and their steps as fast as it can, saying after each commit which
@@ -23,7 +33,7 @@ int runWriter(const QString &path)
     DeliveryJournal journal;
     if (!journal.open(path))
         return 2;
-    journal.recordSession(1001, QStringLiteral("boda"), QStringLiteral("Ana"));
+    journal.sessions().record(recorded(1001, QStringLiteral("boda"), QStringLiteral("Ana")), {});
     for (int i = 0;; ++i) {
         const QString name = QStringLiteral("IMG_%1.JPG").arg(i);
         const qint64 photo =
@@ -50,7 +60,8 @@ private Q_SLOTS:
         {
             DeliveryJournal journal;
             QVERIFY2(journal.open(path), qPrintable(journal.errorString()));
-            journal.recordSession(1001, QStringLiteral("boda-ana"), QStringLiteral("Ana"));
+            journal.sessions().record(
+                recorded(1001, QStringLiteral("boda-ana"), QStringLiteral("Ana")), {});
             const qint64 a = journal.addPhoto(1001, QUrl::fromLocalFile(QStringLiteral("/f/A.JPG")),
                                               1234, 5678);
             const qint64 b = journal.addPhoto(1001, QUrl::fromLocalFile(QStringLiteral("/f/B.CR3")),
@@ -83,17 +94,16 @@ private Q_SLOTS:
         QCOMPARE(b.clientName, QStringLiteral("Ana"));
         QCOMPARE(b.size, 99);
         QCOMPARE(b.modifiedMs, 100);
-        QVERIFY(b.storedPreview);
-        QCOMPARE(b.storedPreview->key, QStringLiteral("k/b"));
-        QVERIFY(b.registrationSent);
-        QVERIFY(!b.previewRegistered);
-        QVERIFY(b.originalPresign);
-        QCOMPARE(b.originalPresign->key, QStringLiteral("o/B.CR3"));
-        QCOMPARE(b.originalPresign->fields.value(QStringLiteral("key")), QStringLiteral("o/B.CR3"));
-        QVERIFY(!b.originalPresign->host);
-        const PhotoDelivery delivery = b.delivery();
-        QCOMPARE(delivery.photo, b.id);
-        QVERIFY(delivery.storedPreview && delivery.registrationSent && !delivery.previewRegistered);
+        QVERIFY(b.progress.storedPreview);
+        QCOMPARE(b.progress.storedPreview->key, QStringLiteral("k/b"));
+        QVERIFY(b.progress.registrationSent);
+        QVERIFY(!b.progress.previewRegistered);
+        QVERIFY(b.progress.originalPresign);
+        QCOMPARE(b.progress.originalPresign->key, QStringLiteral("o/B.CR3"));
+        QCOMPARE(b.progress.originalPresign->fields.value(QStringLiteral("key")),
+                 QStringLiteral("o/B.CR3"));
+        QVERIFY(!b.progress.originalPresign->host);
+        QVERIFY(!b.progress.previewPresign);
 
         const QList<JournalPhoto> refused = journal.refused(1001);
         QCOMPARE(refused.size(), 1);
@@ -155,7 +165,8 @@ private Q_SLOTS:
                     continue;
                 const std::optional<JournalPhoto> photo = journal.photo(line.toLongLong());
                 QVERIFY2(photo, line.constData());
-                QVERIFY(photo->previewRegistered && photo->registrationSent && photo->storedPreview);
+                QVERIFY(photo->progress.previewRegistered && photo->progress.registrationSent &&
+                        photo->progress.storedPreview);
             }
         }
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Photos shot while the service cannot be reached: refused outright, or swallowed without an
 // answer. Each waits, says so, and reaches the client exactly once when the service is back.
-#include "deliveryqueue.h"
+#include "delivery.h"
 #include "sessionharness.h"
 #include "sessionviewmodel.h"
 #include "storedfiles.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A sign-in that expires in the middle of a shoot: deliveries stop and wait, the photographer
 // is asked to sign in again without leaving the session, and everything goes after.
-#include "deliveryqueue.h"
+#include "delivery.h"
 #include "sessionharness.h"
 #include "sessionviewmodel.h"
 #include "storedfiles.h"

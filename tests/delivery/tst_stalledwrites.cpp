@@ -2,7 +2,7 @@
 // A photo the camera is still sending when the folder watcher hands it over: a transfer that
 // stalls halfway, a file written again under the same name. Each ends with its preview
 // registered once and its original stored once, as the file finally is.
-#include "deliveryqueue.h"
+#include "delivery.h"
 #include "sessionharness.h"
 #include "sessionviewmodel.h"
 #include "storedfiles.h"

@@ -429,6 +429,11 @@ bool DevService::setNextFolderId(qint64 folderId) {
                   "setting the next folder id");
 }
 
+bool DevService::removeSession(qint64 folderId) {
+    return expect(call("DELETE", QStringLiteral("/__admin/sessions/%1").arg(folderId)), 200,
+                  "removing a session");
+}
+
 QString DevService::demoToken() {
     const QJsonObject body{{"email", demoEmail()}, {"password", demoPassword()}};
     const Reply reply =

@@ -171,6 +171,9 @@ public:
     QList<OpenedSession> sessions();
     // The folder_id of the next session opened; later ones count up from it.
     bool setNextFolderId(qint64 folderId);
+    // The session gone from the service, as when it is deleted there: its folder's presigns
+    // and registrations are refused with 404 from then on.
+    bool removeSession(qint64 folderId);
     // The second listener: the same service and object store on another port, so another
     // origin ("http://127.0.0.1:OTHERPORT"); and every request that reached it since the last
     // reset, whatever its path, without bodies.

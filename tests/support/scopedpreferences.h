@@ -24,6 +24,8 @@ public:
     void remove(const QString &key);
     QString storageText() const;
     QString journalPath() const { return m_directory.filePath(QStringLiteral("delivery.sqlite")); }
+    // The preferences file itself, for a program of the test's own to use.
+    QString file() const { return m_file; }
 
 private:
     QTemporaryDir m_directory;

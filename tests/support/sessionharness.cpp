@@ -9,6 +9,7 @@
 #include "taskoutcome.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -49,7 +50,13 @@ bool SessionHarness::startSession(SessionViewModel &model, const QString &client
 
 bool SessionHarness::dropPhoto(const QString &name, const QByteArray &bytes, bool alreadySettled)
 {
-    QFile file(pathOf(name));
+    return dropPhotoAt(m_folder->path(), name, bytes, alreadySettled);
+}
+
+bool SessionHarness::dropPhotoAt(const QString &folder, const QString &name,
+                                 const QByteArray &bytes, bool alreadySettled)
+{
+    QFile file(QDir(folder).filePath(name));
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
         return false;
     // Written out first: bytes still buffered would reach the file when it closes, after the

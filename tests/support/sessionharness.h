@@ -38,6 +38,9 @@ public:
     // A photo as the camera leaves it: written whole, then its modification time set back two
     // seconds so it is ready at the watcher's next look.
     bool dropPhoto(const QString &name, const QByteArray &bytes, bool alreadySettled = true);
+    // The same into another folder: a card's, while it is out of the machine.
+    static bool dropPhotoAt(const QString &folder, const QString &name, const QByteArray &bytes,
+                            bool alreadySettled = true);
 
     // A small photographic JPEG, different for every seed.
     static QByteArray photoJpeg(int seed, int width = 480, int height = 320);

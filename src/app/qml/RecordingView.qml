@@ -125,6 +125,18 @@ ScreenStack {
         }
     }
 
+    // Taken up again after the program went away: said once, in the quiet colour of a caption.
+    DeliveryLine {
+        objectName: "resumeLine"
+        message: screen.viewModel.resumeNotice
+        color: Theme.secondary
+    }
+
+    DeliveryLine {
+        objectName: "folderLine"
+        message: screen.viewModel.folderNotice
+    }
+
     DeliveryLine {
         message: screen.viewModel.deliveryNotice
     }
@@ -132,6 +144,12 @@ ScreenStack {
     DeliveryLine {
         objectName: "refusedLine"
         message: screen.viewModel.refusedNotice
+        color: Theme.red
+    }
+
+    DeliveryLine {
+        objectName: "journalLine"
+        message: screen.viewModel.journalNotice
         color: Theme.red
     }
 

@@ -18,6 +18,13 @@ ScreenStack {
         Layout.alignment: Qt.AlignHCenter
     }
 
+    ResumeOffer {
+        Layout.fillWidth: true
+        visible: screen.viewModel.resumeOffer !== undefined && screen.viewModel.resumeOffer !== null
+        clientName: visible ? screen.viewModel.resumeOffer : ""
+        onActivated: screen.viewModel.continueSession()
+    }
+
     FieldGroup {
         Layout.fillWidth: true
         label: "CLIENTE"
@@ -86,6 +93,12 @@ ScreenStack {
 
     DeliveryLine {
         message: screen.viewModel.deliveryNotice
+    }
+
+    DeliveryLine {
+        objectName: "journalLine"
+        message: screen.viewModel.journalNotice
+        color: Theme.red
     }
 
     ErrorLine {

@@ -17,10 +17,16 @@ TracedApp::~TracedApp() {
     }
 }
 
-bool TracedApp::start(const QString &program, const QProcessEnvironment &environment) {
+bool TracedApp::start(const QString &program, const QProcessEnvironment &environment,
+                      const QStringList &arguments) {
     m_process->setProcessEnvironment(environment);
-    m_process->start(program, {});
+    m_process->start(program, arguments);
     return m_process->waitForStarted(10000);
+}
+
+bool TracedApp::send(const QString &command) {
+    const QByteArray line = command.toUtf8() + '\n';
+    return m_process->write(line) == line.size() && m_process->waitForBytesWritten(5000);
 }
 
 void TracedApp::readLines() {

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "deliverystatus.h"
+
+#include <QStringList>
+
+#include <algorithm>
+
+namespace {
+constexpr int namesListed = 3;
+} // namespace
+
+void DeliveryStatus::setReason(Reason reason)
+{
+    if (m_reason == reason)
+        return;
+    m_reason = reason;
+    Q_EMIT changed();
+}
+
+bool DeliveryStatus::everyOwedPhotoWaits() const
+{
+    return m_reason == Reason::offline || m_reason == Reason::serviceTrouble ||
+           m_reason == Reason::signInNeeded;
+}
+
+QString DeliveryStatus::reasonText() const
+{
+    switch (m_reason) {
+    case Reason::offline:
+        return QStringLiteral("sin conexión");
+    case Reason::serviceTrouble:
+        return QStringLiteral("el servicio no responde");
+    case Reason::signInNeeded:
+        return QStringLiteral("inicia sesión de nuevo");
+    case Reason::none:
+    case Reason::sending:
+        break;
+    }
+    return QStringLiteral("enviando");
+}
+
+QVariant DeliveryStatus::notice(int waiting) const
+{
+    if (waiting == 0)
+        return {};
+    const QString count = waiting == 1 ? QStringLiteral("1 foto en espera")
+                                       : QStringLiteral("%1 fotos en espera").arg(waiting);
+    return count + QStringLiteral(" — ") + reasonText();
+}
+
+void DeliveryStatus::addRefused(qint64 photo, const QString &fileName, bool sessionGone)
+{
+    m_refused[photo] = Refused{fileName, sessionGone};
+    Q_EMIT changed();
+}
+
+void DeliveryStatus::removeRefused(qint64 photo)
+{
+    if (m_refused.erase(photo))
+        Q_EMIT changed();
+}
+
+QVariant DeliveryStatus::refusedNotice() const
+{
+    if (m_refused.empty())
+        return {};
+    QStringList listed;
+    for (const auto &[photo, refused] : m_refused)
+        listed << refused.fileName;
+    QString names = listed.mid(0, namesListed).join(QStringLiteral(", "));
+    if (listed.size() > namesListed)
+        names += QStringLiteral(" y %1 más").arg(listed.size() - namesListed);
+    const bool sessionGone =
+        std::any_of(m_refused.cbegin(), m_refused.cend(),
+                    [](const auto &entry) { return entry.second.sessionGone; });
+    const QString why = sessionGone ? QStringLiteral("La sesión ya no existe en el servicio. ")
+                                    : QString();
+    return why + QStringLiteral("No se pudo enviar: ") + names;
+}
+
+QVariant DeliveryStatus::quitWarning(int unfinished)
+{
+    if (unfinished == 0)
+        return {};
+    if (unfinished == 1)
+        return QStringLiteral("Queda 1 foto por enviar. Se enviará la próxima vez que abras "
+                              "Quillmere Live.");
+    return QStringLiteral("Quedan %1 fotos por enviar. Se enviarán la próxima vez que abras "
+                          "Quillmere Live.")
+        .arg(unfinished);
+}
+
+void DeliveryStatus::setJournalProblem(std::optional<QString> problem)
+{
+    if (m_journalProblem == problem)
+        return;
+    m_journalProblem = std::move(problem);
+    Q_EMIT changed();
+}
+
+QVariant DeliveryStatus::journalNotice() const
+{
+    if (!m_journalProblem)
+        return {};
+    return QStringLiteral("No se puede guardar el registro de envíos (") + *m_journalProblem +
+           QStringLiteral("). Las fotos se siguen enviando, pero no se retomarán si Quillmere "
+                          "Live se cierra.");
+}

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "attemptstep.h"
+#include "photoprogress.h"
+
+#include <QCoroAsyncGenerator>
+#include <QCoroTask>
+#include <QString>
+#include <QUrl>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+struct UploadLanes;
+
+// One attempt at one photo, by the rules of a single attempt: the preview (made, authorised,
+// stored and registered, in the preview lane; no retry), then the original (in the original
+// lane; one retry five seconds later). Every step is handed to the caller as it is taken, and
+// the attempt goes on only when the caller asks for the next one: a caller that writes the
+// steps down has each of them written before the attempt's next request goes out. The last
+// step says how the attempt ended. The work on the processor and the disk runs on the thread
+// pool; the attempt itself runs on the main thread and never blocks it.
+class PhotoAttempt {
+public:
+    static constexpr std::chrono::seconds originalRetryDelay{5};
+    // Previews are what the client is waiting for: their decoding runs ahead of original reads.
+    static constexpr int previewPoolPriority = 1;
+    static constexpr int originalPoolPriority = 0;
+
+    struct Photo {
+        QUrl fileURL;
+        qint64 folderId = 0;
+        PhotoProgress progress; // a first attempt starts from nothing
+    };
+
+    static QCoro::AsyncGenerator<AttemptStep> run(std::shared_ptr<UploadLanes> lanes, Photo photo);
+
+    // "preview_" + the file name with every occurrence of its extension replaced by "jpg".
+    static QString previewName(const QString &fileName, const QString &extension);
+
+private:
+    static QCoro::AsyncGenerator<AttemptStep> sendPreview(std::shared_ptr<UploadLanes> lanes,
+                                                          Photo photo);
+    static QCoro::AsyncGenerator<AttemptStep> sendOriginal(std::shared_ptr<UploadLanes> lanes,
+                                                           Photo photo);
+    // Registers the stored preview; throws unless the service holds it afterwards.
+    static QCoro::Task<> registerPreview(std::shared_ptr<UploadLanes> lanes, Photo photo,
+                                         StoredPreview preview);
+    static QCoro::Task<std::optional<QByteArray>> readOriginal(QString path);
+    static QCoro::Task<> pause(std::chrono::milliseconds length);
+};
