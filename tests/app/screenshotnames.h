@@ -20,6 +20,8 @@ inline const QStringList states = {
     QStringLiteral("recording-no-link"),
     QStringLiteral("recording-five-digits"),
     QStringLiteral("recording-waiting"),
+    QStringLiteral("setup-continue"),
+    QStringLiteral("recording-resumed"),
     QStringLiteral("finished-waiting"),
     QStringLiteral("finished-originals-gallery"),
     QStringLiteral("finished-originals-only"),

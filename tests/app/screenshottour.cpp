@@ -230,7 +230,42 @@ bool ScreenshotTour::finished() {
     return shoot(QStringLiteral("finished-plain"));
 }
 
+void ScreenshotTour::restartController() {
+    auto restarted = std::make_unique<SessionViewModel>();
+    restarted->setFolderChooser(
+        [this](const QString &) { return std::optional(QUrl::fromLocalFile(m_watchFolder)); });
+    m_window->setProperty("viewModel", QVariant::fromValue(restarted.get()));
+    // The screens let go of the old controller before it goes.
+    PanelCamera::settle(10);
+    m_viewModel = std::move(restarted);
+}
+
+bool ScreenshotTour::resumed() {
+    m_viewModel->newSession();
+    m_viewModel->setClientName(QStringLiteral("Ana Muñoz & Co"));
+    m_viewModel->pickFolder();
+    QCoro::waitFor(m_viewModel->startSessionTask());
+    if (m_viewModel->state() != AppState::recording)
+        return fail(QStringLiteral("the session to quit from did not start"));
+    m_viewModel->recordQuit();
+    restartController();
+    // A photo the camera wrote while the program was away.
+    QImage photo(1200, 800, QImage::Format_RGB32);
+    photo.fill(QColor(0x6B, 0x8A, 0x5B));
+    if (!photo.save(QDir(m_watchFolder).filePath(QStringLiteral("IMG_0004.JPG")), "JPEG", 85))
+        return fail(QStringLiteral("cannot write the photo shot meanwhile"));
+    if (!m_viewModel->resumeOffer().isValid())
+        return fail(QStringLiteral("the session quit from was not offered"));
+    if (!shoot(QStringLiteral("setup-continue")))
+        return false;
+    m_viewModel->continueSession();
+    if (m_viewModel->state() != AppState::recording ||
+        !waitUntil([this] { return m_viewModel->uploadManager()->uploadedCount() == 1; }, 20000))
+        return fail(QStringLiteral("the session was not taken up again"));
+    return shoot(QStringLiteral("recording-resumed"));
+}
+
 bool ScreenshotTour::run() {
     return load() && (m_camera->shootTrayIcons() || fail(m_camera->errorString())) && login() &&
-           setup() && recording() && waiting() && finished();
+           setup() && recording() && waiting() && finished() && resumed();
 }

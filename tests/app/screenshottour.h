@@ -35,6 +35,10 @@ private:
     // Photos the service turns away wait, on the recording and the finished screens.
     bool waiting();
     bool finished();
+    // A session quit from while it recorded: offered at the next start, then taken up again.
+    bool resumed();
+    // The program as it starts again: a new controller on the same journal, in the same panel.
+    void restartController();
     void editSession(const std::function<void(class LiveSession &)> &edit);
 
     DevService &m_service;

@@ -6,6 +6,7 @@
 #include "deliveryjournal.h"
 #include "headlessprogram.h"
 #include "sessionharness.h"
+#include "sessionviewmodel.h"
 #include "storedfiles.h"
 #include "tracedapp.h"
 
@@ -284,6 +285,34 @@ private Q_SLOTS:
         QVERIFY(written.open(m_harness.preferences().journalPath()));
         QCOMPARE(written.refused(1001).size(), 2);
         QVERIFY(written.owed().isEmpty());
+    }
+
+    void aSignInThatExpiredMeanwhileIsAskedForOverTheSession() {
+        std::unique_ptr<TracedApp> shooting = startRecording();
+        QVERIFY(shooting);
+        QVERIFY(drop(1));
+        QUILLMERE_EXPECT_LINE(*shooting, QStringLiteral("stored 1"), settles);
+        kill(*shooting);
+        // The service no longer takes the token the program kept.
+        QVERIFY(m_harness.service().injectFault(
+            DevService::Fault::withStatus(QStringLiteral("presign"), 401)));
+        QVERIFY(drop(2));
+
+        std::unique_ptr<TracedApp> resumed = startProgram();
+        QVERIFY(resumed);
+        QUILLMERE_EXPECT_LINE(*resumed, QStringLiteral("screen recording 1001"), settles);
+        QUILLMERE_EXPECT_LINE(
+            *resumed, QStringLiteral("error ") + SessionViewModel::signInExpiredMessage, settles);
+        QUILLMERE_EXPECT_LATEST(*resumed, QStringLiteral("notice "),
+                                QStringLiteral("notice 1 foto en espera — inicia sesión de nuevo"),
+                                settles);
+        QVERIFY(!m_harness.preferences().stored(QStringLiteral("api_token")));
+        // Signed in again, over the session that went on recording: the photo goes into it.
+        QVERIFY(resumed->send(QStringLiteral("signin")));
+        QUILLMERE_EXPECT_LINE(*resumed, QStringLiteral("stored 2"), settles);
+        QUILLMERE_EXPECT_LATEST(*resumed, QStringLiteral("screen "),
+                                QStringLiteral("screen recording 1001"), settles);
+        expectDeliveredOnce(1001, {1, 2});
     }
 
 private:
