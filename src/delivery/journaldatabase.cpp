@@ -10,10 +10,8 @@
 #include <QSqlQuery>
 #include <QUuid>
 
-namespace {
-
 // SQLite's primary result codes, as the driver reports them.
-QString inPhotographersWords(const QSqlError &error)
+QString JournalDatabase::describe(const QSqlError &error)
 {
     const QString code = error.nativeErrorCode();
     if (code == QLatin1String("13"))
@@ -26,8 +24,6 @@ QString inPhotographersWords(const QSqlError &error)
         return QStringLiteral("otro programa lo tiene bloqueado");
     return error.text();
 }
-
-} // namespace
 
 JournalDatabase::JournalDatabase(QObject *parent)
     : QObject(parent)
@@ -49,7 +45,7 @@ JournalDatabase::~JournalDatabase()
 bool JournalDatabase::open(const QString &path)
 {
     if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
-        m_error = QStringLiteral("No se pudo crear la carpeta de ") + path;
+        m_error = QStringLiteral("no se pudo crear su carpeta, ") + QFileInfo(path).absolutePath();
         return false;
     }
     QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
@@ -57,13 +53,13 @@ bool JournalDatabase::open(const QString &path)
     // A second program writing at the same moment waits for the lock instead of failing.
     database.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000"));
     if (!database.open()) {
-        m_error = database.lastError().text();
+        m_error = describe(database.lastError());
         return false;
     }
     QSqlQuery pragma(database);
     if (!pragma.exec(QStringLiteral("PRAGMA journal_mode=WAL")) ||
         !pragma.exec(QStringLiteral("PRAGMA synchronous=FULL"))) {
-        m_error = inPhotographersWords(pragma.lastError());
+        m_error = describe(pragma.lastError());
         return false;
     }
     if (!JournalSchema::upgrade(database, &m_error))
@@ -92,10 +88,10 @@ void JournalDatabase::wrote(bool ok, const QSqlQuery &query)
     // Inside a transaction only its commit says whether the writes are on disk.
     if (m_inTransaction) {
         if (!ok)
-            m_failedInTransaction = inPhotographersWords(query.lastError());
+            m_failedInTransaction = describe(query.lastError());
         return;
     }
-    setWriteFailure(ok ? std::nullopt : std::optional(inPhotographersWords(query.lastError())));
+    setWriteFailure(ok ? std::nullopt : std::optional(describe(query.lastError())));
 }
 
 bool JournalDatabase::write(const QString &statement, const QVariantList &values)
@@ -124,7 +120,7 @@ bool JournalDatabase::writeTogether(const std::function<bool()> &writes)
         return false;
     QSqlDatabase database = QSqlDatabase::database(m_connection, false);
     if (!database.transaction()) {
-        setWriteFailure(inPhotographersWords(database.lastError()));
+        setWriteFailure(describe(database.lastError()));
         return false;
     }
     m_inTransaction = true;
@@ -137,7 +133,7 @@ bool JournalDatabase::writeTogether(const std::function<bool()> &writes)
     }
     std::optional<QString> failure = std::exchange(m_failedInTransaction, std::nullopt);
     if (!failure)
-        failure = inPhotographersWords(database.lastError());
+        failure = describe(database.lastError());
     database.rollback();
     setWriteFailure(std::move(failure));
     return false;

@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 
+class QSqlError;
 class QSqlQuery;
 
 // The SQLite database the journal lives in: opened in write-ahead mode with a full sync at
@@ -40,6 +41,10 @@ public:
     bool read(QSqlQuery &query, const QString &statement, const QVariantList &values = {}) const;
     // A query on this database, for read().
     QSqlQuery query() const;
+
+    // What went wrong, in the photographer's words where SQLite says it plainly ("el disco
+    // está lleno"), else as SQLite says it.
+    static QString describe(const QSqlError &error);
 
 Q_SIGNALS:
     void writeFailureChanged();

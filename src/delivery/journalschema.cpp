@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "journalschema.h"
 
+#include "journaldatabase.h"
+
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -59,7 +61,7 @@ bool exec(QSqlDatabase &database, const QString &statement, QString *error)
     QSqlQuery query(database);
     if (query.exec(statement))
         return true;
-    *error = query.lastError().text();
+    *error = JournalDatabase::describe(query.lastError());
     return false;
 }
 
@@ -81,7 +83,7 @@ bool JournalSchema::upgrade(QSqlDatabase &database, QString *error)
 {
     const int found = versionOf(database);
     if (found < 0) {
-        *error = database.lastError().text();
+        *error = JournalDatabase::describe(database.lastError());
         return false;
     }
     if (found > latest) {
@@ -90,7 +92,7 @@ bool JournalSchema::upgrade(QSqlDatabase &database, QString *error)
     }
     for (int version = found + 1; version <= latest; ++version) {
         if (!database.transaction()) {
-            *error = database.lastError().text();
+            *error = JournalDatabase::describe(database.lastError());
             return false;
         }
         bool ok = true;
@@ -100,7 +102,7 @@ bool JournalSchema::upgrade(QSqlDatabase &database, QString *error)
         ok = ok && exec(database, QStringLiteral("PRAGMA user_version = %1").arg(version), error);
         if (!ok || !database.commit()) {
             if (ok)
-                *error = database.lastError().text();
+                *error = JournalDatabase::describe(database.lastError());
             database.rollback();
             return false;
         }

@@ -33,7 +33,13 @@ SessionRecorder::~SessionRecorder() = default;
 
 void SessionRecorder::start() { m_watcher->start(); }
 
-void SessionRecorder::stop() { m_watcher->invalidateTimer(); }
+void SessionRecorder::stop()
+{
+    m_watcher->invalidateTimer();
+    // Nothing more is handed over: previews begun early for photos of this folder will not be
+    // asked for.
+    m_delivery.lanes()->previews->dropEarlyWork();
+}
 
 bool SessionRecorder::folderAvailable() const { return m_watcher->folderAvailable(); }
 

@@ -36,7 +36,7 @@ UploadManager::UploadManager(qint64 folderId, std::shared_ptr<UploadLanes> lanes
 UploadManager::~UploadManager()
 {
     // A manager with lanes of its own takes their early work with it; attempts still running
-    // keep the maker. Shared lanes serve the next session.
+    // keep the maker. Shared lanes are their owner's business.
     if (m_lanes.use_count() == 1)
         m_lanes->previews->dropEarlyWork();
 }
