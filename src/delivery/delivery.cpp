@@ -8,6 +8,7 @@
 #include "photocourier.h"
 #include "servicereachability.h"
 #include "settlewatch.h"
+#include "shots.h"
 #include "uploadlanes.h"
 #include "uploadmanager.h"
 
@@ -22,6 +23,7 @@ Delivery::Delivery(QObject *parent)
     , m_owed(new OwedPhotos(this))
     , m_reachability(new ServiceReachability(APIClient::shared(), this))
     , m_settling(new SettleWatch(this))
+    , m_shots(new Shots(m_journal, *m_owed, this))
 {
     if (!m_journal->open(DeliveryJournal::defaultPath()))
         m_status->setJournalProblem(m_journal->errorString());
@@ -37,8 +39,8 @@ Delivery::Delivery(QObject *parent)
             &Delivery::serviceAnswered);
     connect(m_reachability, &ServiceReachability::reachedAgain, this, &Delivery::reachedAgain);
     const auto offline = [this] {
-        if (!m_owed->isEmpty() && m_status->reason() != DeliveryStatus::Reason::signInNeeded)
-            m_status->setReason(DeliveryStatus::Reason::offline);
+        if (!m_owed->isEmpty())
+            m_status->wentOffline();
     };
     connect(m_reachability, &ServiceReachability::unreachable, this, offline);
     connect(m_reachability, &ServiceReachability::networkLost, this, offline);
@@ -83,9 +85,34 @@ void Delivery::deliver(qint64 folderId, const QUrl &fileURL)
     // Not written down: sent all the same, and owed for as long as this run lasts.
     if (photo == 0)
         photo = --m_unwritten;
-    m_owed->add(photo, {folderId, fileURL, {}, true, false, m_signInEpoch});
+    m_owed->add(photo, {folderId, fileURL, {}, false, false, m_signInEpoch, photo, true, false});
     owedChanged();
-    send(photo);
+    pair(photo);
+}
+
+void Delivery::pair(qint64 photo)
+{
+    // Found at once for a photo whose name no older file of the session has: it goes in this
+    // same turn.
+    [](QPointer<Delivery> self, std::shared_ptr<DeliveryJournal> journal,
+       qint64 number) -> QCoro::Task<> {
+        QCoro::Task<qint64> finding = Shots::find(std::move(journal), number);
+        const qint64 shot = co_await finding;
+        if (Delivery *delivery = self.data())
+            delivery->paired(number, shot);
+    }(QPointer<Delivery>(this), m_journal, photo);
+}
+
+void Delivery::paired(qint64 photo, qint64 shot)
+{
+    OwedPhotos::Photo *owed = m_owed->find(photo);
+    if (!owed)
+        return;
+    owed->shot = shot;
+    owed->pairing = false;
+    // One an earlier run left goes with the others of its round, unless it waits for a sign-in.
+    if (!owed->waiting || !m_status->waitsForSignIn())
+        send(photo);
 }
 
 void Delivery::resumeOwed()
@@ -94,8 +121,13 @@ void Delivery::resumeOwed()
     for (const JournalPhoto &photo : owed) {
         if (m_owed->contains(photo.id))
             continue;
+        // A photo whose shot was still being found when the program went away is paired again.
+        const bool paired = photo.shot > 0 || photo.captured;
         m_owed->add(photo.id, {photo.folderId, photo.fileURL, photo.progress, false, true,
-                               m_signInEpoch});
+                               m_signInEpoch, photo.shot > 0 ? photo.shot : photo.id, !paired,
+                               false});
+        if (!paired)
+            pair(photo.id);
     }
     if (owed.isEmpty())
         return;
@@ -108,47 +140,135 @@ void Delivery::resumeOwed()
 void Delivery::signedIn()
 {
     ++m_signInEpoch;
-    if (m_status->reason() == DeliveryStatus::Reason::signInNeeded)
-        m_status->setReason(waitingCount() ? DeliveryStatus::Reason::sending
-                                           : DeliveryStatus::Reason::none);
+    m_status->signedIn(waitingCount() > 0);
     m_owed->resetBackoff();
     retryNow();
 }
 
 void Delivery::send(qint64 photo)
 {
-    const OwedPhotos::Photo *owed = m_owed->find(photo);
-    if (!owed)
+    OwedPhotos::Photo *owed = m_owed->find(photo);
+    if (!owed || owed->pairing || owed->inFlight)
         return;
-    PhotoCourier::Route route{m_journal, m_lanes, nullptr, m_reachability};
+    owed->held = false;
+    switch (m_shots->next(photo)) {
+    case Shots::Next::wait:
+        owed->held = true;
+        return;
+    case Shots::Next::noPreview:
+        failed(photo, {AttemptFailure::Kind::undecodable, owed->fileURL.fileName()}, {});
+        return;
+    case Shots::Next::joined:
+        // Its shot's preview came from another of its files: this file's original is due.
+        m_journal->setPreviewByPartner(photo);
+        owed->progress.previewRegistered = true;
+        if (UploadManager *counters = countersFor(owed->folderId))
+            counters->countOriginalDue();
+        run(photo, PhotoCourier::Part::original);
+        return;
+    case Shots::Next::original:
+        run(photo, PhotoCourier::Part::original);
+        return;
+    case Shots::Next::preview:
+        run(photo, PhotoCourier::Part::preview);
+        return;
+    }
+}
+
+UploadManager *Delivery::countersFor(qint64 folderId) const
+{
     UploadManager *counters = m_counters.data();
-    if (counters && counters->folderId() == owed->folderId)
-        route.counters = counters;
+    return counters && counters->folderId() == folderId ? counters : nullptr;
+}
+
+void Delivery::run(qint64 photo, PhotoCourier::Part part)
+{
+    OwedPhotos::Photo *owed = m_owed->find(photo);
+    owed->inFlight = true;
+    const PhotoCourier::Route route{m_journal, m_lanes, countersFor(owed->folderId),
+                                    m_reachability, m_shots};
     // The outcome comes back as the courier's result; the courier may outlive this object
     // when the program closes with uploads under way, and then nobody waits for it.
     [](QPointer<Delivery> self, PhotoCourier::Route way, qint64 number,
-       PhotoAttempt::Photo attempt) -> QCoro::Task<> {
+       PhotoAttempt::Photo attempt, PhotoCourier::Part which) -> QCoro::Task<> {
         QCoro::Task<PhotoCourier::Outcome> carrying =
-            PhotoCourier::carry(std::move(way), number, std::move(attempt));
+            PhotoCourier::carry(std::move(way), number, std::move(attempt), which);
         const PhotoCourier::Outcome outcome = co_await carrying;
         if (Delivery *delivery = self.data())
-            delivery->settle(number, outcome.delivered, outcome.failure, outcome.taken,
-                             outcome.progress);
-    }(QPointer<Delivery>(this), std::move(route), photo,
-      PhotoAttempt::Photo{owed->fileURL, owed->folderId, owed->progress});
+            delivery->partEnded(number, which, outcome);
+    }(QPointer<Delivery>(this), route, photo,
+      PhotoAttempt::Photo{owed->fileURL, owed->folderId, owed->progress}, part);
 }
 
-void Delivery::settle(qint64 photo, bool wasDelivered, const std::optional<AttemptFailure> &failure,
-                      const std::optional<FileStamp> &taken, const PhotoProgress &progress)
+void Delivery::partEnded(qint64 photo, PhotoCourier::Part part,
+                         const PhotoCourier::Outcome &outcome)
 {
     OwedPhotos::Photo *owed = m_owed->find(photo);
     if (!owed)
         return;
-    owed->progress = progress;
-    if (wasDelivered)
-        delivered(photo, taken);
-    else if (failure)
-        failed(photo, *failure, taken);
+    owed->progress = outcome.progress;
+    owed->inFlight = false;
+    if (part == PhotoCourier::Part::original) {
+        if (outcome.delivered)
+            delivered(photo, outcome.taken);
+        else if (outcome.failure)
+            failed(photo, *outcome.failure, outcome.taken);
+        return;
+    }
+    if (outcome.superseded) {
+        send(photo); // another file of its shot gives the preview: this one waits for it
+        return;
+    }
+    if (owed->progress.previewRegistered) {
+        shotRegistered(photo);
+        run(photo, PhotoCourier::Part::original);
+        return;
+    }
+    if (outcome.failure)
+        previewFailed(photo, *outcome.failure, outcome.taken);
+}
+
+void Delivery::previewFailed(qint64 photo, const AttemptFailure &failure,
+                             const std::optional<FileStamp> &taken)
+{
+    if (failure.passes()) {
+        failed(photo, failure, taken);
+        return;
+    }
+    // A file of which no preview can be made still has its original sent when another file of
+    // its shot gives the preview: it waits for that, rather than being refused.
+    if (failure.kind == AttemptFailure::Kind::undecodable && photo > 0) {
+        m_journal->setPreviewUnmakeable(photo, true);
+        if (m_shots->anotherCanMakePreview(photo)) {
+            m_owed->find(photo)->held = true;
+            release(m_shots->gaveUp(photo));
+            return;
+        }
+    }
+    const QList<qint64> waiting = m_shots->gaveUp(photo);
+    failed(photo, failure, taken);
+    release(waiting);
+}
+
+void Delivery::release(const QList<qint64> &photos)
+{
+    for (const qint64 photo : photos)
+        send(photo);
+}
+
+void Delivery::shotRegistered(qint64 photo)
+{
+    for (const JournalPhoto &file : m_shots->registered(photo)) {
+        if (!m_owed->contains(file.id)) {
+            // Refused when no file of its own could give a preview: its original goes now.
+            m_journal->setRefusalLifted(file.id);
+            m_status->removeRefused(file.id);
+            m_owed->add(file.id, {file.folderId, file.fileURL, file.progress, false, false,
+                                  m_signInEpoch, m_owed->find(photo)->shot, false, false});
+        }
+        send(file.id);
+    }
+    owedChanged();
 }
 
 void Delivery::delivered(qint64 photo, const std::optional<FileStamp> &taken)
@@ -160,8 +280,8 @@ void Delivery::delivered(qint64 photo, const std::optional<FileStamp> &taken)
         m_settling->watch(photo, owed->fileURL.toLocalFile(), taken);
     m_owed->remove(photo);
     serviceAnswered();
-    if (m_status->reason() == DeliveryStatus::Reason::sending && waitingCount() == 0)
-        m_status->setReason(DeliveryStatus::Reason::none);
+    if (waitingCount() == 0)
+        m_status->caughtUp();
     owedChanged();
 }
 
@@ -170,6 +290,7 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
 {
     OwedPhotos::Photo &owed = *m_owed->find(photo);
     owed.inFlight = false;
+    owed.held = false;
     if (!failure.passes()) {
         m_status->addRefused(photo, owed.fileURL.fileName(),
                              failure.kind == AttemptFailure::Kind::sessionGone);
@@ -183,18 +304,15 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
         return;
     }
     owed.waiting = true;
+    // A refusal of the token its latest attempt went out under: one from before the latest
+    // sign-in is only late news.
     if (failure.kind == AttemptFailure::Kind::signInNeeded && owed.signInEpoch == m_signInEpoch) {
-        if (m_status->reason() != DeliveryStatus::Reason::signInNeeded) {
-            m_status->setReason(DeliveryStatus::Reason::signInNeeded);
+        if (m_status->signInNeeded()) {
             m_owed->cancelRetry();
             Q_EMIT signInRequired();
         }
-        Q_EMIT changed();
-        return;
-    }
-    if (m_status->reason() != DeliveryStatus::Reason::signInNeeded) {
-        if (m_status->reason() != DeliveryStatus::Reason::offline)
-            m_status->setReason(DeliveryStatus::Reason::serviceTrouble);
+    } else if (!m_status->waitsForSignIn()) {
+        m_status->serviceTroubled();
         m_reachability->startProbing();
         m_owed->retryLater();
     }
@@ -204,9 +322,9 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
 void Delivery::retryNow()
 {
     m_owed->cancelRetry();
-    if (m_status->reason() == DeliveryStatus::Reason::signInNeeded)
+    if (m_status->waitsForSignIn())
         return;
-    // Every due photo marked under way first: an attempt may come back before the next is sent.
+    // Taken first: an attempt may come back before the next photo is sent.
     for (const qint64 photo : m_owed->takeDue(m_signInEpoch))
         send(photo);
 }
@@ -214,19 +332,16 @@ void Delivery::retryNow()
 void Delivery::serviceAnswered()
 {
     m_owed->resetBackoff();
-    if (m_status->reason() == DeliveryStatus::Reason::offline ||
-        m_status->reason() == DeliveryStatus::Reason::serviceTrouble)
-        m_status->setReason(DeliveryStatus::Reason::sending);
+    m_status->serviceAnswered();
     // The service answers again: what waits goes now rather than at its backoff's end.
-    if (m_owed->anyDue() && m_status->reason() != DeliveryStatus::Reason::signInNeeded)
+    if (m_owed->anyDue())
         retryNow();
 }
 
 void Delivery::reachedAgain()
 {
     m_owed->resetBackoff();
-    if (m_status->reason() == DeliveryStatus::Reason::offline)
-        m_status->setReason(DeliveryStatus::Reason::sending);
+    m_status->reachedAgain();
     retryNow();
 }
 
@@ -236,7 +351,9 @@ void Delivery::takeAgain(qint64 photo)
     if (!written || m_owed->contains(photo))
         return;
     if (written->refusal) {
+        // Written again, it may well give a preview now.
         m_journal->setRefusalLifted(photo);
+        m_journal->setPreviewUnmakeable(photo, false);
         m_status->removeRefused(photo);
     } else if (written->originalStored) {
         m_journal->setOriginalResend(photo);
@@ -245,7 +362,8 @@ void Delivery::takeAgain(qint64 photo)
     }
     PhotoProgress progress = written->progress;
     progress.originalResend = written->originalStored;
-    m_owed->add(photo, {written->folderId, written->fileURL, progress, false, true, m_signInEpoch});
+    m_owed->add(photo, {written->folderId, written->fileURL, progress, false, true, m_signInEpoch,
+                        written->shot > 0 ? written->shot : photo, false, false});
     owedChanged();
     retryNow();
 }

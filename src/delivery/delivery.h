@@ -2,6 +2,7 @@
 #pragma once
 
 #include "deliverystatus.h"
+#include "photocourier.h"
 
 #include <QObject>
 #include <QPointer>
@@ -17,6 +18,7 @@ class OwedPhotos;
 class ServiceReachability;
 class SessionJournal;
 class SettleWatch;
+class Shots;
 class UploadManager;
 struct AttemptFailure;
 struct FileStamp;
@@ -73,9 +75,19 @@ Q_SIGNALS:
     void signInRequired();
 
 private:
+    // Finds the photo's shot, then sends it.
+    void pair(qint64 photo);
+    void paired(qint64 photo, qint64 shot);
+    // The photo's next part: its preview's or its original's, or none while another file of its
+    // shot makes the shot's preview.
     void send(qint64 photo);
-    void settle(qint64 photo, bool delivered, const std::optional<AttemptFailure> &failure,
-                const std::optional<FileStamp> &taken, const PhotoProgress &progress);
+    void run(qint64 photo, PhotoCourier::Part part);
+    void partEnded(qint64 photo, PhotoCourier::Part part, const PhotoCourier::Outcome &outcome);
+    void previewFailed(qint64 photo, const AttemptFailure &failure,
+                       const std::optional<FileStamp> &taken);
+    // The shot's preview is registered: the shot's other files send their originals.
+    void shotRegistered(qint64 photo);
+    void release(const QList<qint64> &photos);
     void delivered(qint64 photo, const std::optional<FileStamp> &taken);
     void failed(qint64 photo, const AttemptFailure &failure, const std::optional<FileStamp> &taken);
     void retryNow();
@@ -84,6 +96,8 @@ private:
     // The photo's file changed after an attempt took it and is quiet again: another attempt.
     void takeAgain(qint64 photo);
     void owedChanged();
+    // The session on screen's counters, when the folder is its.
+    UploadManager *countersFor(qint64 folderId) const;
 
     std::shared_ptr<DeliveryJournal> m_journal;
     std::shared_ptr<UploadLanes> m_lanes;
@@ -91,6 +105,7 @@ private:
     OwedPhotos *m_owed;
     ServiceReachability *m_reachability;
     SettleWatch *m_settling;
+    Shots *m_shots;
     QPointer<UploadManager> m_counters;
     int m_signInEpoch = 0;
     // Photos the journal could not write down are numbered below zero, for this run only.

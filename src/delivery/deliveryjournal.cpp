@@ -2,6 +2,7 @@
 #include "deliveryjournal.h"
 
 #include <QDateTime>
+#include <QFileInfo>
 #include <QSqlQuery>
 #include <QStandardPaths>
 
@@ -24,7 +25,8 @@ const QString photoColumns = QStringLiteral(
     "p.id, p.folder_id, s.slug, s.client_name, p.path, p.size, p.modified_ms, p.preview_url, "
     "p.preview_key, p.preview_bucket, p.registration_sent, p.preview_registered_at, "
     "p.original_stored_at, p.refusal, p.original_presign, p.original_resend, "
-    "p.preview_presign");
+    "p.preview_presign, p.base_name, p.captured_ms, p.captured_exact, p.shot, "
+    "p.preview_by_partner, p.preview_unmakeable");
 
 QVariant sizeOf(const std::optional<FileStamp> &taken)
 {
@@ -89,9 +91,11 @@ bool DeliveryJournal::open(const QString &path)
 qint64 DeliveryJournal::addPhoto(qint64 folderId, const QUrl &fileURL, qint64 size,
                                  qint64 modifiedMs)
 {
-    return m_database.insert(QStringLiteral("INSERT INTO photos (folder_id, path, size, "
-                                            "modified_ms, handed_at) VALUES (?, ?, ?, ?, ?)"),
-                             {folderId, fileURL.toLocalFile(), size, modifiedMs, now()});
+    return m_database.insert(
+        QStringLiteral("INSERT INTO photos (folder_id, path, size, modified_ms, handed_at, "
+                       "base_name) VALUES (?, ?, ?, ?, ?, ?)"),
+        {folderId, fileURL.toLocalFile(), size, modifiedMs, now(),
+         QFileInfo(fileURL.fileName()).completeBaseName()});
 }
 
 void DeliveryJournal::update(qint64 photo, const QString &assignments, QVariantList values)
@@ -103,6 +107,27 @@ void DeliveryJournal::update(qint64 photo, const QString &assignments, QVariantL
     m_database.write(QStringLiteral("UPDATE photos SET ") + assignments +
                          QStringLiteral(" WHERE id = ?"),
                      values);
+}
+
+void DeliveryJournal::setCaptured(qint64 photo, const std::optional<CaptureTime> &captured)
+{
+    update(photo, QStringLiteral("captured_ms = ?, captured_exact = ?"),
+           {captured ? QVariant(captured->msecs) : QVariant(), captured && captured->exact ? 1 : 0});
+}
+
+void DeliveryJournal::setShot(qint64 photo, qint64 shot)
+{
+    update(photo, QStringLiteral("shot = ?"), {shot});
+}
+
+void DeliveryJournal::setPreviewByPartner(qint64 photo)
+{
+    update(photo, QStringLiteral("preview_registered_at = ?, preview_by_partner = 1"), {now()});
+}
+
+void DeliveryJournal::setPreviewUnmakeable(qint64 photo, bool unmakeable)
+{
+    update(photo, QStringLiteral("preview_unmakeable = ?"), {unmakeable ? 1 : 0});
 }
 
 void DeliveryJournal::setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken)
@@ -197,6 +222,14 @@ QList<JournalPhoto> DeliveryJournal::select(const QString &condition,
         photo.progress.originalPresign = decoded(query.value(14));
         photo.progress.originalResend = query.value(15).toBool();
         photo.progress.previewPresign = decoded(query.value(16));
+        photo.baseName = query.value(17).isNull()
+                             ? QFileInfo(photo.fileURL.fileName()).completeBaseName()
+                             : query.value(17).toString();
+        if (!query.value(18).isNull())
+            photo.captured = CaptureTime{query.value(18).toLongLong(), query.value(19).toBool()};
+        photo.shot = query.value(20).toLongLong();
+        photo.previewByPartner = query.value(21).toBool();
+        photo.previewUnmakeable = query.value(22).toBool();
         photos.append(photo);
     }
     return photos;
@@ -216,4 +249,14 @@ QList<JournalPhoto> DeliveryJournal::owed() const
 QList<JournalPhoto> DeliveryJournal::refused(qint64 folderId) const
 {
     return select(QStringLiteral("p.folder_id = ? AND p.refusal IS NOT NULL"), {folderId});
+}
+
+QList<JournalPhoto> DeliveryJournal::sameBaseName(qint64 folderId, const QString &baseName) const
+{
+    return select(QStringLiteral("p.folder_id = ? AND p.base_name = ?"), {folderId, baseName});
+}
+
+QList<JournalPhoto> DeliveryJournal::shot(qint64 shot) const
+{
+    return select(QStringLiteral("p.shot = ?"), {shot});
 }

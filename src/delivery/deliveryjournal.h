@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "capturetime.h"
 #include "filestamp.h"
 #include "journaldatabase.h"
 #include "photoprogress.h"
@@ -21,7 +22,17 @@ struct JournalPhoto {
     QUrl fileURL;
     qint64 size = 0;       // when it was handed over
     qint64 modifiedMs = 0; // the same, milliseconds since the epoch
+    // The file's name without its extension, and when the camera took it, where it says: two
+    // files of one shot share both.
+    QString baseName;
+    std::optional<CaptureTime> captured;
+    // The number of the first file of its shot (its own for a shot of one); 0 while unknown.
+    qint64 shot = 0;
     PhotoProgress progress;
+    // Its preview is registered because another file of its shot gave it: it sends its original.
+    bool previewByPartner = false;
+    // No preview could be made of it: the shot's preview has to come from another of its files.
+    bool previewUnmakeable = false;
     bool originalStored = false;
     std::optional<QString> refusal; // set when a refusal that will not change ended it
 };
@@ -52,6 +63,11 @@ public:
 
     // The photo's number; 0 when the journal could not write it down.
     qint64 addPhoto(qint64 folderId, const QUrl &fileURL, qint64 size, qint64 modifiedMs);
+    void setCaptured(qint64 photo, const std::optional<CaptureTime> &captured);
+    void setShot(qint64 photo, qint64 shot);
+    // The shot's preview is registered, given by another of its files.
+    void setPreviewByPartner(qint64 photo);
+    void setPreviewUnmakeable(qint64 photo, bool unmakeable);
     void setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken);
     void setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken);
     void setPreviewPresign(qint64 photo, const std::optional<PresignResponse> &presign);
@@ -71,6 +87,10 @@ public:
     QList<JournalPhoto> owed() const;
     // Photos a refusal ended, of one session, oldest first.
     QList<JournalPhoto> refused(qint64 folderId) const;
+    // The session's files of that base name, oldest first.
+    QList<JournalPhoto> sameBaseName(qint64 folderId, const QString &baseName) const;
+    // The files of one shot, oldest first.
+    QList<JournalPhoto> shot(qint64 shot) const;
 
 private:
     void update(qint64 photo, const QString &assignments, QVariantList values);

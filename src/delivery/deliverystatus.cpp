@@ -17,6 +17,51 @@ void DeliveryStatus::setReason(Reason reason)
     Q_EMIT changed();
 }
 
+bool DeliveryStatus::signInNeeded()
+{
+    if (m_reason == Reason::signInNeeded)
+        return false;
+    setReason(Reason::signInNeeded);
+    return true;
+}
+
+void DeliveryStatus::serviceTroubled()
+{
+    // Offline says more than trouble, and a sign-in is what is needed first.
+    if (m_reason != Reason::signInNeeded && m_reason != Reason::offline)
+        setReason(Reason::serviceTrouble);
+}
+
+void DeliveryStatus::wentOffline()
+{
+    if (m_reason != Reason::signInNeeded)
+        setReason(Reason::offline);
+}
+
+void DeliveryStatus::serviceAnswered()
+{
+    if (m_reason == Reason::offline || m_reason == Reason::serviceTrouble)
+        setReason(Reason::sending);
+}
+
+void DeliveryStatus::reachedAgain()
+{
+    if (m_reason == Reason::offline)
+        setReason(Reason::sending);
+}
+
+void DeliveryStatus::signedIn(bool anyWaiting)
+{
+    if (m_reason == Reason::signInNeeded)
+        setReason(anyWaiting ? Reason::sending : Reason::none);
+}
+
+void DeliveryStatus::caughtUp()
+{
+    if (m_reason == Reason::sending)
+        setReason(Reason::none);
+}
+
 bool DeliveryStatus::everyOwedPhotoWaits() const
 {
     return m_reason == Reason::offline || m_reason == Reason::serviceTrouble ||

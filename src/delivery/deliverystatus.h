@@ -22,6 +22,19 @@ public:
 
     Reason reason() const { return m_reason; }
     void setReason(Reason reason);
+    bool waitsForSignIn() const { return m_reason == Reason::signInNeeded; }
+
+    // What happened, and the reason it makes: the service no longer takes the token (true the
+    // first time it is said); a request failed in a way that passes; the network is gone; the
+    // service answered a request; a probe was answered after none was; a sign-in went through;
+    // nothing waits any more.
+    bool signInNeeded();
+    void serviceTroubled();
+    void wentOffline();
+    void serviceAnswered();
+    void reachedAgain();
+    void signedIn(bool anyWaiting);
+    void caughtUp();
     // Whether, for this reason, a photo under way waits as much as one whose attempt failed.
     bool everyOwedPhotoWaits() const;
     // Why photos wait, in the words of the notice: "sin conexión", "enviando"...

@@ -45,6 +45,19 @@ QStringList stepTo(int version)
             QStringLiteral("ALTER TABLE sessions ADD COLUMN paused INTEGER NOT NULL DEFAULT 0"),
             QStringLiteral("ALTER TABLE sessions ADD COLUMN ending TEXT NOT NULL DEFAULT 'left'"),
             QStringLiteral("ALTER TABLE photos ADD COLUMN preview_presign BLOB"),
+            // The shot a photo belongs to: a RAW and its JPEG are one photo for the client. `shot`
+            // is the number of the shot's first file; its preview stands for the shot, and
+            // `preview_by_partner` marks a file whose preview another file of the shot gave.
+            QStringLiteral("ALTER TABLE photos ADD COLUMN base_name TEXT"),
+            QStringLiteral("ALTER TABLE photos ADD COLUMN captured_ms INTEGER"),
+            QStringLiteral("ALTER TABLE photos ADD COLUMN captured_exact INTEGER NOT NULL "
+                           "DEFAULT 0"),
+            QStringLiteral("ALTER TABLE photos ADD COLUMN shot INTEGER"),
+            QStringLiteral("ALTER TABLE photos ADD COLUMN preview_by_partner INTEGER NOT NULL "
+                           "DEFAULT 0"),
+            QStringLiteral("ALTER TABLE photos ADD COLUMN preview_unmakeable INTEGER NOT NULL "
+                           "DEFAULT 0"),
+            QStringLiteral("CREATE INDEX photos_by_base_name ON photos(folder_id, base_name)"),
             QStringLiteral("CREATE TABLE known_names ("
                            "folder_id INTEGER NOT NULL REFERENCES sessions(folder_id), "
                            "name TEXT NOT NULL, skipped INTEGER NOT NULL, "

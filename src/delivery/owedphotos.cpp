@@ -37,7 +37,7 @@ int OwedPhotos::waitingCount() const
 bool OwedPhotos::anyDue() const
 {
     for (const auto &[photo, owed] : m_owed) {
-        if (owed.waiting && !owed.inFlight)
+        if (owed.waiting && !owed.inFlight && !owed.held && !owed.pairing)
             return true;
     }
     return false;
@@ -48,9 +48,8 @@ QList<qint64> OwedPhotos::takeDue(int signInEpoch)
     m_retry.stop();
     QList<qint64> due;
     for (auto &[photo, owed] : m_owed) {
-        if (!owed.waiting || owed.inFlight)
+        if (!owed.waiting || owed.inFlight || owed.held || owed.pairing)
             continue;
-        owed.inFlight = true;
         owed.signInEpoch = signInEpoch;
         due.append(photo);
     }

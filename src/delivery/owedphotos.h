@@ -23,6 +23,9 @@ public:
         bool inFlight = false;
         bool waiting = false; // an attempt failed, or an earlier run left it owed
         int signInEpoch = 0;  // which sign-in its latest attempt went out under
+        qint64 shot = 0;      // the shot it belongs to: the number of its first file
+        bool pairing = false; // which shot it belongs to is being found out
+        bool held = false;    // it waits for another file of its shot
     };
 
     explicit OwedPhotos(QObject *parent = nullptr);
@@ -37,7 +40,7 @@ public:
     int waitingCount() const;
     bool anyDue() const;
 
-    // Every photo that waits and is not under way, marked under way again.
+    // Every photo that waits and is not under way nor waiting for another file of its shot.
     QList<qint64> takeDue(int signInEpoch);
 
     // The next round after the backoff's next wait, unless one is already set.

@@ -4,6 +4,7 @@
 #include "crashpoint.h"
 #include "deliveryjournal.h"
 #include "servicereachability.h"
+#include "shots.h"
 #include "uploadlanes.h"
 #include "uploadmanager.h"
 
@@ -86,14 +87,26 @@ void PhotoCourier::writeDown(DeliveryJournal &journal, qint64 photo, const Attem
 }
 
 QCoro::Task<PhotoCourier::Outcome> PhotoCourier::carry(Route route, qint64 photo,
-                                                        PhotoAttempt::Photo attempt)
+                                                        PhotoAttempt::Photo attempt, Part part)
 {
     Outcome outcome;
     outcome.progress = attempt.progress;
-    QCoro::AsyncGenerator<AttemptStep> steps = PhotoAttempt::run(route.lanes, std::move(attempt));
+    QCoro::AsyncGenerator<AttemptStep> steps =
+        part == Part::preview ? PhotoAttempt::sendPreview(route.lanes, std::move(attempt))
+                              : PhotoAttempt::sendOriginal(route.lanes, std::move(attempt));
     auto step = co_await steps.begin();
     for (; step != steps.end(); co_await ++step) {
         const AttemptStep &taken = *step;
+        // The first file of the shot to have its preview made gives the shot's preview; the
+        // attempt of any other stops here, before its preview is authorised or stored (the
+        // attempt, suspended where it handed this step over, is let go with its permits).
+        Shots *shots = route.shots.data();
+        if (taken.kind == AttemptStep::Kind::previewMade && taken.made && shots &&
+            !shots->claim(photo)) {
+            writeDown(*route.journal, photo, taken);
+            outcome.superseded = true;
+            break;
+        }
         const std::optional<CrashPoint::Step> crash = crashStep(taken.kind);
         if (crash)
             CrashPoint::before(*crash);

@@ -160,14 +160,17 @@ RecordedCounts SessionJournal::counts(qint64 folderId) const
     RecordedCounts counts;
     QSqlQuery query = m_database.query();
     // An original sent again because its file changed was stored before: it counts.
-    if (m_database.read(query,
-                        QStringLiteral("SELECT COUNT(preview_registered_at), "
-                                       "SUM(original_stored_at IS NOT NULL OR original_resend = 1) "
-                                       "FROM photos WHERE folder_id = ?"),
-                        {folderId}) &&
+    if (m_database.read(
+            query,
+            QStringLiteral("SELECT SUM(preview_registered_at IS NOT NULL AND preview_by_partner = 0), "
+                           "COUNT(preview_registered_at), "
+                           "SUM(original_stored_at IS NOT NULL OR original_resend = 1) "
+                           "FROM photos WHERE folder_id = ?"),
+            {folderId}) &&
         query.next()) {
-        counts.previewsRegistered = query.value(0).toLongLong();
-        counts.originalsStored = query.value(1).toLongLong();
+        counts.shotsShown = query.value(0).toLongLong();
+        counts.originalsDue = query.value(1).toLongLong();
+        counts.originalsStored = query.value(2).toLongLong();
     }
     return counts;
 }

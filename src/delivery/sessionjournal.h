@@ -31,7 +31,8 @@ struct RecordedSession {
 
 // What a session shows in its counters, as the journal's photos tell it.
 struct RecordedCounts {
-    qint64 previewsRegistered = 0;
+    qint64 shotsShown = 0;     // previews registered: a RAW and its JPEG are one
+    qint64 originalsDue = 0;   // files whose shot's preview is registered
     qint64 originalsStored = 0;
 };
 

@@ -87,8 +87,7 @@ SessionResumption SessionResumption::prepare(const RecordedSession &recorded,
     }
 
     const RecordedCounts counts = journal.counts(recorded.folderId);
-    resumption.counts = {counts.previewsRegistered, counts.originalsStored,
-                         counts.previewsRegistered};
+    resumption.counts = {counts.shotsShown, counts.originalsStored, counts.originalsDue};
 
     QString notice = recorded.paused ? QStringLiteral("Sesión retomada en pausa")
                                      : QStringLiteral("Sesión retomada");

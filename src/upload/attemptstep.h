@@ -12,7 +12,7 @@
 // The last step of every attempt is either originalStored or failed.
 struct AttemptStep {
     enum class Kind {
-        previewMade,         // `taken`: the file as its preview was made
+        previewMade,         // `taken`: the file as its preview was made; `made`: if one came out
         previewPresigned,    // `presign`: the preview's upload permission
         previewStored,       // `preview`: in the object store, not registered yet
         registrationSending, // the registration is about to go out
@@ -32,6 +32,7 @@ struct AttemptStep {
     std::optional<AttemptFailure> failure;
     // The original went again because its file changed after it was stored: still one original.
     bool resend = false;
+    bool made = false;
 
     // Where the photo's delivery stands after this step, for the next attempt.
     void applyTo(PhotoProgress &progress) const;

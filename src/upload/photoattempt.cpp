@@ -121,6 +121,7 @@ QCoro::AsyncGenerator<AttemptStep> PhotoAttempt::sendPreview(std::shared_ptr<Upl
         made.taken = FileStamp::of(photo.fileURL.toLocalFile());
         QCoro::Task<std::optional<QByteArray>> making = lanes->previews->make(photo.fileURL);
         const std::optional<QByteArray> preview = co_await making;
+        made.made = preview.has_value();
         co_yield made;
         if (!preview) {
             AttemptStep undecodable = failed(part, {AttemptFailure::Kind::undecodable, fileName});

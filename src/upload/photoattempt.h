@@ -36,15 +36,17 @@ public:
     };
 
     static QCoro::AsyncGenerator<AttemptStep> run(std::shared_ptr<UploadLanes> lanes, Photo photo);
+    // The two parts on their own, for a caller that decides between them: the preview's (whose
+    // last step is previewRegistered or failed) and the original's.
+    static QCoro::AsyncGenerator<AttemptStep> sendPreview(std::shared_ptr<UploadLanes> lanes,
+                                                          Photo photo);
+    static QCoro::AsyncGenerator<AttemptStep> sendOriginal(std::shared_ptr<UploadLanes> lanes,
+                                                           Photo photo);
 
     // "preview_" + the file name with every occurrence of its extension replaced by "jpg".
     static QString previewName(const QString &fileName, const QString &extension);
 
 private:
-    static QCoro::AsyncGenerator<AttemptStep> sendPreview(std::shared_ptr<UploadLanes> lanes,
-                                                          Photo photo);
-    static QCoro::AsyncGenerator<AttemptStep> sendOriginal(std::shared_ptr<UploadLanes> lanes,
-                                                           Photo photo);
     // Registers the stored preview; throws unless the service holds it afterwards.
     static QCoro::Task<> registerPreview(std::shared_ptr<UploadLanes> lanes, Photo photo,
                                          StoredPreview preview);

@@ -103,6 +103,12 @@ void UploadManager::count(const AttemptStep &step)
     }
 }
 
+void UploadManager::countOriginalDue()
+{
+    increment(m_fullResTotal, "fullResTotal");
+    Q_EMIT fullResTotalChanged();
+}
+
 void UploadManager::setError(const QString &message)
 {
     m_error = message;

@@ -48,6 +48,8 @@ public:
     // What one step of an attempt at a photo of this session means for the counters and the
     // error line.
     void count(const AttemptStep &step);
+    // A file whose shot's preview another file gave: its original is due too.
+    void countOriginalDue();
 
     qint64 folderId() const { return m_folderId; }
     const std::shared_ptr<UploadLanes> &lanes() const { return m_lanes; }

@@ -85,6 +85,10 @@ QList<QList<Entry>> subDirectories(const ExifWriter::Fields &fields, const Bytes
                                    int firstIndex) {
     QList<Entry> exif;
     exif.append({0x9000, 7, 4, QByteArray("0231")}); // ExifVersion, UNDEFINED
+    if (!fields.dateTimeOriginal.isEmpty())
+        exif.append(ascii(0x9003, fields.dateTimeOriginal));
+    if (!fields.subSecTimeOriginal.isEmpty())
+        exif.append(ascii(0x9291, fields.subSecTimeOriginal));
     if (fields.adobeRgb)
         exif.append({0xA001, typeShort, 1, bytes.u16(0xFFFF)});
     if (fields.adobeRgb)

@@ -4,8 +4,9 @@
 #include <QByteArray>
 
 // Writes the metadata cameras put into their files, for the tests of what a preview keeps of
-// it: an Exif block with orientation, colour-space marks, GPS position, serial number and
-// artist, and ICC profiles in APP2 segments.
+// it and of how the files of one shot are told apart: an Exif block with orientation,
+// colour-space marks, GPS position, serial number, artist and capture time, and ICC profiles in
+// APP2 segments.
 class ExifWriter {
 public:
     struct Fields {
@@ -15,6 +16,9 @@ public:
         bool gpsPosition = false;
         QByteArray artist{};
         QByteArray bodySerialNumber{};
+        // When the camera took it: "2015:06:08 12:10:44", and a fraction of its second ("42").
+        QByteArray dateTimeOriginal{};
+        QByteArray subSecTimeOriginal{};
     };
 
     // The Exif TIFF structure, big-endian, offsets from its own start.

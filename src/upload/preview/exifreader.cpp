@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "exifreader.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -10,6 +11,8 @@ constexpr std::uint16_t exifPointerTag = 0x8769;
 constexpr std::uint16_t colourSpaceTag = 0xA001;
 constexpr std::uint16_t interoperabilityPointerTag = 0xA005;
 constexpr std::uint16_t interoperabilityIndexTag = 0x0001;
+constexpr std::uint16_t dateTimeOriginalTag = 0x9003;
+constexpr std::uint16_t subSecTimeOriginalTag = 0x9291;
 constexpr std::uint16_t typeAscii = 2;
 constexpr std::uint16_t typeShort = 3;
 constexpr std::uint16_t typeLong = 4;
@@ -85,11 +88,27 @@ void ExifReader::readExifDirectory(std::uint32_t offset) {
             m_colourSpace = int(shortOrLong(entry));
         else if (entry.tag == interoperabilityPointerTag && entry.count == 1)
             interoperabilityAt = shortOrLong(entry);
+        else if (entry.tag == dateTimeOriginalTag)
+            m_dateTimeOriginal = ascii(entry, 19);
+        else if (entry.tag == subSecTimeOriginalTag)
+            m_subSecTimeOriginal = ascii(entry, 9);
     });
     // A pointer back into a directory already read would only read it again: no loop is
     // possible, since each directory is visited once by position in this chain.
     if (interoperabilityAt != 0 && interoperabilityAt != offset)
         readInteroperability(interoperabilityAt);
+}
+
+std::string ExifReader::ascii(const Entry &entry, std::uint32_t longest) const {
+    if (entry.type != typeAscii || entry.count == 0)
+        return {};
+    // Up to four bytes sit in the entry itself; longer values lie at the offset it holds.
+    const std::size_t at = entry.count <= 4 ? entry.valueAt : read32(entry.valueAt);
+    const std::size_t length = std::min<std::size_t>(entry.count, longest);
+    if (at > m_tiff.size() || m_tiff.size() - at < length)
+        return {};
+    const auto *text = reinterpret_cast<const char *>(m_tiff.data() + at);
+    return std::string(text, std::find(text, text + length, '\0'));
 }
 
 void ExifReader::readInteroperability(std::uint32_t offset) {

@@ -57,10 +57,8 @@ private:
 
 } // namespace
 
-PhotoMetadata JpegMetadata::read(std::span<const std::uint8_t> jpeg) {
-    PhotoMetadata metadata;
-    ProfileChunks chunks;
-    bool exifSeen = false;
+template <typename Visit>
+void JpegMetadata::forEachSegment(std::span<const std::uint8_t> jpeg, Visit visit) {
     std::size_t at = 2;
     while (at + 4 <= jpeg.size()) {
         if (jpeg[at] != 0xFF)
@@ -75,18 +73,36 @@ PhotoMetadata JpegMetadata::read(std::span<const std::uint8_t> jpeg) {
         const std::size_t length = std::size_t(jpeg[at + 2]) << 8 | jpeg[at + 3];
         if (length < 2 || at + 2 + length > jpeg.size())
             break;
-        const std::span<const std::uint8_t> payload = jpeg.subspan(at + 4, length - 2);
-        // The first Exif block is the photo's; a second one (XMP's extension, a copy) is not.
-        if (marker == app1 && !exifSeen && startsWith(payload, "Exif\0\0", 6)) {
-            exifSeen = true;
-            const ExifReader exif(payload.subspan(6));
-            metadata.orientation = PhotoMetadata::validOrientation(exif.orientation());
-            metadata.adobeRgb = exif.marksAdobeRgb();
-        } else if (marker == app2 && startsWith(payload, "ICC_PROFILE\0", 12)) {
-            chunks.add(payload);
-        }
+        visit(marker, jpeg.subspan(at + 4, length - 2));
         at += 2 + length;
     }
+}
+
+std::span<const std::uint8_t> JpegMetadata::exif(std::span<const std::uint8_t> jpeg) {
+    std::span<const std::uint8_t> block;
+    bool seen = false;
+    // The first Exif block is the photo's; a second one (XMP's extension, a copy) is not.
+    forEachSegment(jpeg, [&](std::uint8_t marker, std::span<const std::uint8_t> payload) {
+        if (marker == app1 && !seen && startsWith(payload, "Exif\0\0", 6)) {
+            seen = true;
+            block = payload.subspan(6);
+        }
+    });
+    return block;
+}
+
+PhotoMetadata JpegMetadata::read(std::span<const std::uint8_t> jpeg) {
+    PhotoMetadata metadata;
+    if (const std::span<const std::uint8_t> block = exif(jpeg); !block.empty()) {
+        const ExifReader exifReader(block);
+        metadata.orientation = PhotoMetadata::validOrientation(exifReader.orientation());
+        metadata.adobeRgb = exifReader.marksAdobeRgb();
+    }
+    ProfileChunks chunks;
+    forEachSegment(jpeg, [&](std::uint8_t marker, std::span<const std::uint8_t> payload) {
+        if (marker == app2 && startsWith(payload, "ICC_PROFILE\0", 12))
+            chunks.add(payload);
+    });
     metadata.iccProfile = chunks.profile();
     return metadata;
 }

@@ -13,4 +13,12 @@
 class JpegMetadata {
 public:
     static PhotoMetadata read(std::span<const std::uint8_t> jpeg);
+    // The photo's Exif block (the TIFF structure after "Exif\0\0" of the first APP1 that
+    // holds one), within `jpeg`; empty when there is none among the segments given.
+    static std::span<const std::uint8_t> exif(std::span<const std::uint8_t> jpeg);
+
+private:
+    // Calls `visit(marker, payload)` for each marker segment before the first scan.
+    template <typename Visit>
+    static void forEachSegment(std::span<const std::uint8_t> jpeg, Visit visit);
 };
