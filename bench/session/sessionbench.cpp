@@ -10,6 +10,11 @@
 //   session_bench --photo FILE --count 20 --rate 1 --link-mbit 20 [--service-port P]
 //                 [--uplink-device ifb0] [--previews-only] [--calibrate 4] [--each]
 //                                                            on a link shaped to 20 Mbit/s
+//   session_bench --photo FILE --raw-beside RAW --count 20 --rate 1
+//                                                            RAW+JPEG pairs: the JPEG, then a
+//                                                            copy of RAW of the same name
+//   session_bench --make-raw FILE --photo JPEG              a DNG of the JPEG's picture, with
+//                                                            the JPEG embedded as cameras do
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
 #include "apiclient.h"
 #include "benchsession.h"
@@ -19,6 +24,7 @@
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "previewmaker.h"
+#include "rawdngwriter.h"
 #include "scopedpreferences.h"
 #include "sessionviewmodel.h"
 #include "shootinguplink.h"
@@ -87,6 +93,22 @@ int makePhoto(const QString &path, int width, int height, int quality, int detai
     return 0;
 }
 
+// A camera's RAW of the photo: its picture as the sensor's, and the photo itself as the
+// full-size JPEG that modern cameras embed.
+int makeRaw(const QString &path, const QString &photoPath)
+{
+    QFile source(photoPath);
+    if (!source.open(QIODevice::ReadOnly))
+        return 1;
+    const QByteArray jpeg = source.readAll();
+    const QImage picture = PhotoFiles::decodeJpeg(jpeg);
+    if (picture.isNull() || !RawDngWriter::write(path, picture, picture.scaled(256, 171), jpeg))
+        return 1;
+    std::printf("wrote %s: %dx%d, %.1f MB\n", qPrintable(path), picture.width(), picture.height(),
+                double(QFileInfo(path).size()) / 1e6);
+    return 0;
+}
+
 // The machine's speed right now: these virtual cores share their physical ones with other
 // guests, and the same decode can take half as long again from one minute to the next.
 void printReferencePreview(const QString &photoPath)
@@ -127,6 +149,7 @@ struct LatencyRunOptions {
     int calibrateSeconds = 0; // the link's capacity measured first, through the service's port
     bool eachPhoto = false;   // every photo's latency, not only the distribution
     bool previewsOnly = false; // done once every preview is registered
+    QString rawBeside;         // each photo followed at once by this RAW, of the same name
 };
 
 int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
@@ -147,6 +170,16 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
         return 1;
     const QByteArray photo = source.readAll();
     source.close();
+    QByteArray raw;
+    if (!options.rawBeside.isEmpty()) {
+        QFile rawSource(options.rawBeside);
+        if (!rawSource.open(QIODevice::ReadOnly))
+            return 1;
+        raw = rawSource.readAll();
+    }
+    const QString rawExtension = QFileInfo(options.rawBeside).suffix().toUpper();
+    // Each shot's files: one, or a JPEG and its RAW.
+    const int filesPerShot = raw.isEmpty() ? 1 : 2;
 
     Session session;
     if (!session.open(options.servicePort) || !session.start())
@@ -162,14 +195,20 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
         for (int i = 0; i < count; ++i) {
             const auto due = std::chrono::milliseconds(startedAt + schedule[size_t(i)]);
             std::this_thread::sleep_until(std::chrono::system_clock::time_point(due));
-            QFile file(QStringLiteral("%1/IMG_%2.JPG").arg(folder).arg(i, 4, 10, QLatin1Char('0')));
-            if (!file.open(QIODevice::WriteOnly))
-                continue;
-            const qsizetype piece = photo.size() / 4 + 1;
-            for (qsizetype at = 0; at < photo.size(); at += piece)
-                file.write(photo.constData() + at, std::min(piece, photo.size() - at));
-            file.close();
+            const QString name = QStringLiteral("%1/IMG_%2.").arg(folder).arg(i, 4, 10, QLatin1Char('0'));
+            const auto write = [](const QString &path, const QByteArray &bytes) {
+                QFile file(path);
+                if (!file.open(QIODevice::WriteOnly))
+                    return;
+                const qsizetype piece = bytes.size() / 4 + 1;
+                for (qsizetype at = 0; at < bytes.size(); at += piece)
+                    file.write(bytes.constData() + at, std::min(piece, bytes.size() - at));
+            };
+            write(name + QStringLiteral("JPG"), photo);
+            // The latency of a pair is its first file's.
             lastWrite[size_t(i)] = QDateTime::currentMSecsSinceEpoch();
+            if (!raw.isEmpty())
+                write(name + rawExtension, raw);
         }
         cameraDone = true;
     });
@@ -208,15 +247,15 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
             seen = moved;
             lastMove = QDateTime::currentMSecsSinceEpoch();
         }
-        return manager->fullResUploaded() >= count ||
+        return manager->fullResUploaded() >= filesPerShot * count ||
                (options.previewsOnly && manager->uploadedCount() >= count) ||
                (cameraDone && QDateTime::currentMSecsSinceEpoch() - lastMove > 30000);
     }, 3600000);
     camera.join();
     const std::optional<QString> lastError = manager->error();
-    if (manager->fullResUploaded() < count && !options.previewsOnly)
+    if (manager->fullResUploaded() < filesPerShot * count && !options.previewsOnly)
         std::fprintf(stderr, "only %lld of %d originals stored, %lld previews registered; last error: %s\n",
-                     manager->fullResUploaded(), count, manager->uploadedCount(),
+                     manager->fullResUploaded(), filesPerShot * count, manager->uploadedCount(),
                      lastError ? qPrintable(*lastError) : "none");
 
     std::vector<qint64> latencies;
@@ -238,6 +277,10 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     else
         std::printf("photos: %d of %.1f MB at %d per second\n", count, double(photo.size()) / 1e6,
                     options.rate);
+    if (!raw.isEmpty())
+        std::printf("each with its RAW of %.1f MB, written right after it: %lld originals stored, "
+                    "%lld photos shown\n",
+                    double(raw.size()) / 1e6, manager->fullResUploaded(), manager->uploadedCount());
     if (preview)
         std::printf("each preview: %lld bytes\n", static_cast<long long>(preview->size()));
     std::printf("previews registered: %zu\n", latencies.size());
@@ -260,18 +303,20 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
         return first;
     }();
     const double originalSeconds = double(allStoredAt - firstRegistered) / 1000.0;
-    const double originalMegabits = double(photo.size()) * double(manager->fullResUploaded()) * 8.0 / 1e6;
+    // A shot's originals, on average: the photo, or the photo and its RAW.
+    const double originalBytes = double(photo.size() + raw.size()) / filesPerShot;
+    const double originalMegabits = originalBytes * double(manager->fullResUploaded()) * 8.0 / 1e6;
     if (allStoredAt > 0)
         std::printf("originals: %lld of %.1f MB from the first preview registered to the last stored, "
                     "%.1f s: %.2f Mbit/s\n",
-                    manager->fullResUploaded(), double(photo.size()) / 1e6, originalSeconds,
+                    manager->fullResUploaded(), originalBytes / 1e6, originalSeconds,
                     originalMegabits / originalSeconds);
     // While the originals follow each other, from the first stored to the last: the bytes of
     // the originals stored in that time over its length, and how busy the link was meanwhile
     // (everything it carried, previews, headers and acknowledgements included).
     if (manager->fullResUploaded() >= 2) {
         const double seconds = double(allStoredAt - firstStoredAt) / 1000.0;
-        const double megabits = double(photo.size()) * double(manager->fullResUploaded() - 1) * 8.0 / 1e6;
+        const double megabits = originalBytes * double(manager->fullResUploaded() - 1) * 8.0 / 1e6;
         std::printf("originals, first stored to last stored: %lld in %.1f s: %.2f Mbit/s",
                     manager->fullResUploaded() - 1, seconds, megabits / seconds);
         if (linkMbit && linkBytesAtFirst && linkBytesAtLast)
@@ -284,13 +329,13 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     // a lost connection and an original was tried again.
     std::printf("authorisations: %lld for %d photos (a clean run needs %d)\n",
                 static_cast<long long>(session.service.requests(QStringLiteral("presign")).size()), count,
-                2 * count);
+                (filesPerShot + 1) * count);
     std::printf("last upload error: %s\n", lastError ? qPrintable(*lastError) : "none");
     std::printf("previews made before their photo was handed over: %lld\n",
                 manager->previews().reusedCount());
     std::printf("peak memory of the process: %ld MB\n", peakMegabytes());
     return latencies.size() == size_t(count) &&
-                   (options.previewsOnly || manager->fullResUploaded() == count)
+                   (options.previewsOnly || manager->fullResUploaded() == filesPerShot * count)
                ? 0
                : 1;
 }
@@ -337,8 +382,12 @@ int main(int argc, char **argv)
     const QCommandLineOption calibrateOption(QStringLiteral("calibrate"), QStringLiteral("Seconds to measure the link's capacity for first, through the service's port"), QStringLiteral("s"), QStringLiteral("0"));
     const QCommandLineOption eachOption(QStringLiteral("each"), QStringLiteral("Print every photo's latency"));
     const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("Idle seconds"), QStringLiteral("s"), QStringLiteral("30"));
-    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, qualityOption, detailOption, countOption, rateOption, intervalOption, linkOption, portOption, uplinkOption, previewsOnlyOption, calibrateOption, eachOption, secondsOption});
+    const QCommandLineOption rawBesideOption(QStringLiteral("raw-beside"), QStringLiteral("A RAW written after each photo, of the same name"), QStringLiteral("file"));
+    const QCommandLineOption makeRawOption(QStringLiteral("make-raw"), QStringLiteral("Write a DNG of --photo, embedding it"), QStringLiteral("file"));
+    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, qualityOption, detailOption, countOption, rateOption, intervalOption, linkOption, portOption, uplinkOption, previewsOnlyOption, calibrateOption, eachOption, secondsOption, rawBesideOption, makeRawOption});
     parser.process(app);
+    if (parser.isSet(makeRawOption))
+        return makeRaw(parser.value(makeRawOption), parser.value(photoOption));
     if (parser.isSet(makePhotoOption))
         return makePhoto(parser.value(makePhotoOption), parser.value(widthOption).toInt(),
                          parser.value(heightOption).toInt(), parser.value(qualityOption).toInt(),
@@ -362,6 +411,7 @@ int main(int argc, char **argv)
         options.previewsOnly = parser.isSet(previewsOnlyOption);
         options.calibrateSeconds = parser.value(calibrateOption).toInt();
         options.eachPhoto = parser.isSet(eachOption);
+        options.rawBeside = parser.value(rawBesideOption);
         return latencyRun(parser.value(photoOption), options);
     }
     if (parser.isSet(idleOption))
