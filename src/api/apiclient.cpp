@@ -3,6 +3,7 @@
 
 #include "authresponse.h"
 #include "backgroundupload.h"
+#include "filereaderror.h"
 #include "ledbatwindow.h"
 #include "multipartformbody.h"
 #include "oneshotbody.h"
@@ -11,7 +12,6 @@
 #include "transporterror.h"
 
 #include <QCoreApplication>
-#include <QCoroFuture>
 #include <QCoroNetworkReply>
 #include <QDateTime>
 #include <QJsonDocument>
@@ -20,7 +20,6 @@
 #include <QNetworkReply>
 #include <QThread>
 #include <QUrl>
-#include <QtConcurrent/qtconcurrentrun.h>
 
 #include <memory>
 
@@ -69,11 +68,6 @@ bool isTransportFailure(QNetworkReply::NetworkError error)
 }
 
 bool isSuccess2xx(int status) { return status >= 200 && status <= 299; }
-
-// A preview's body is put together where it is asked for: copying half a megabyte costs less
-// than the way to a worker thread and back. Anything bigger is an original, copied off the
-// main thread.
-constexpr qsizetype bodyBuiltInPlaceBelow = 1024 * 1024;
 
 } // namespace
 
@@ -148,7 +142,7 @@ QNetworkRequest APIClient::authorizedRequest(const QUrl &url) const
 }
 
 QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByteArray verb,
-                                                   QByteArray body, APIError::Case failureCase,
+                                                   RequestBody body, APIError::Case failureCase,
                                                    Uplink uplink, Resend resend)
 {
     bool unanswered = false;
@@ -160,29 +154,33 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
         if (resend == Resend::never || !unanswered)
             throw;
     }
+    // A body from a file opens the file again, and reads it from its start as it is now.
     QCoro::Task<HttpResult> second = sendOnce(std::move(request), std::move(verb),
                                               std::move(body), failureCase, uplink, unanswered);
     co_return co_await second;
 }
 
 QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, QByteArray verb,
-                                                       QByteArray body,
+                                                       RequestBody body,
                                                        APIError::Case failureCase,
                                                        Uplink uplink, bool &unanswered)
 {
     if (QThread::currentThread() != m_network->thread())
         qFatal("APIClient: requests must be sent from the thread that owns the client");
+    // Opened before anything goes out: a file that cannot be opened sends nothing at all.
+    BodyReader reader = body.open();
 
     const UplinkGate::Hold holding = uplink == Uplink::holds ? m_uplink.hold() : UplinkGate::Hold();
     OneShotBody *once = nullptr;
     QNetworkReply *sent = nullptr;
     if (uplink == Uplink::yields) {
         // An original goes on a connection of its own, paced below what the uplink can take.
-        sent = new BackgroundUpload(request, verb, std::move(body), m_backgroundPath, &m_uplink);
+        sent = new BackgroundUpload(request, verb, std::move(reader), m_backgroundPath,
+                                    &m_uplink);
     } else {
         request.setAttribute(QNetworkRequest::ConnectionCacheExpiryTimeoutSecondsAttribute,
                              idleConnectionSeconds);
-        once = new OneShotBody(std::move(body));
+        once = new OneShotBody(std::move(reader));
         sent = m_network->sendCustomRequest(request, verb, once);
         once->setParent(sent);
     }
@@ -194,8 +192,11 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     // An aborted reply (a request given up on a dead connection) is closed, with nothing to read.
     QByteArray replyBody = reply->isOpen() ? reply->readAll() : QByteArray();
-    if (const auto *background = qobject_cast<const BackgroundUpload *>(reply.get());
-        background && background->closedUnanswered()) {
+    // Before anything else: the reply, whatever it says, is to a body that was never whole.
+    const auto *background = qobject_cast<const BackgroundUpload *>(reply.get());
+    if ((background && background->readFailed()) || (once && once->readFailed()))
+        throw FileReadError(body.filePath());
+    if (background && background->closedUnanswered()) {
         unanswered = true;
         throw connectionClosedBeforeReply();
     }
@@ -321,23 +322,25 @@ QCoro::Task<> APIClient::registerAttachment(qint64 folderId, QString url, QStrin
 QCoro::Task<QString> APIClient::uploadToStorage(PresignResponse presign, QByteArray fileData,
                                                 QNetworkRequest::Priority priority)
 {
+    // The form's parts go around the caller's bytes as they are sent: no copy of the file is
+    // made, and the bytes live as long as the upload.
+    return store(std::move(presign), RequestBody(std::move(fileData)), priority);
+}
+
+QCoro::Task<QString> APIClient::uploadFileToStorage(PresignResponse presign, QString filePath,
+                                                    QNetworkRequest::Priority priority)
+{
+    return store(std::move(presign), RequestBody::ofFile(std::move(filePath)), priority);
+}
+
+QCoro::Task<QString> APIClient::store(PresignResponse presign, RequestBody file,
+                                      QNetworkRequest::Priority priority)
+{
     QNetworkRequest request = this->request(parsedOrFatal(presign.url), Authorization::none);
     const QString boundary = MultipartFormBody::newBoundary();
     request.setRawHeader("Content-Type", MultipartFormBody::contentType(boundary));
     request.setPriority(priority);
-    QByteArray body;
-    if (fileData.size() < bodyBuiltInPlaceBelow) {
-        body = MultipartFormBody::build(presign.fields, fileData, boundary);
-    } else {
-        // An original of tens of megabytes would hold up the panel while it is copied.
-        QFuture<QByteArray> building = QtConcurrent::run(
-            [fields = presign.fields, file = std::move(fileData), boundary] {
-                return MultipartFormBody::build(fields, file, boundary);
-            });
-        body = co_await building;
-    }
-    // The body holds its own copy; the caller's bytes need not live on through the upload.
-    fileData = QByteArray();
+    RequestBody body = MultipartFormBody::around(file, presign.fields, boundary);
 
     const Uplink uplink = priority == QNetworkRequest::HighPriority ? Uplink::holds
                           : priority == QNetworkRequest::LowPriority ? Uplink::yields

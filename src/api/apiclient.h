@@ -3,6 +3,7 @@
 
 #include "apierror.h"
 #include "presignresponse.h"
+#include "requestbody.h"
 #include "sessionresponse.h"
 #include "replywatch.h"
 #include "uplinkgate.h"
@@ -64,6 +65,13 @@ public:
     QCoro::Task<QString>
     uploadToStorage(PresignResponse presign, QByteArray fileData,
                     QNetworkRequest::Priority priority = QNetworkRequest::NormalPriority);
+    // The same with the file's bytes read from the file as they are sent, so that an original
+    // of any size costs no more memory than a small one. The file is opened for each send, as
+    // it is then; one that cannot be opened, or fails or comes up short while it is read, fails
+    // the upload with FileReadError, and the store keeps nothing of it.
+    QCoro::Task<QString>
+    uploadFileToStorage(PresignResponse presign, QString filePath,
+                        QNetworkRequest::Priority priority = QNetworkRequest::NormalPriority);
 
     // Holds the originals back to a trickle for as long as the hold lives. A preview's job holds
     // it from its start to its registration, so that by the time the preview is sent, what the
@@ -103,12 +111,15 @@ private:
     enum class Resend { never, whenUnanswered };
 
     // Sends and waits; throws TransportError, or APIError(failureCase) when the reply is not
-    // HTTP. The status test is the caller's: the endpoints disagree on it on purpose.
-    QCoro::Task<HttpResult> send(QNetworkRequest request, QByteArray verb, QByteArray body,
+    // HTTP, or FileReadError when the body's file fails. The status test is the caller's: the
+    // endpoints disagree on it on purpose.
+    QCoro::Task<HttpResult> send(QNetworkRequest request, QByteArray verb, RequestBody body,
                                  APIError::Case failureCase, Uplink uplink = Uplink::shares,
                                  Resend resend = Resend::never);
-    QCoro::Task<HttpResult> sendOnce(QNetworkRequest request, QByteArray verb, QByteArray body,
+    QCoro::Task<HttpResult> sendOnce(QNetworkRequest request, QByteArray verb, RequestBody body,
                                      APIError::Case failureCase, Uplink uplink, bool &unanswered);
+    QCoro::Task<QString> store(PresignResponse presign, RequestBody file,
+                               QNetworkRequest::Priority priority);
 
     QString m_baseURL;
     QString m_defaultStorageHost;

@@ -58,11 +58,12 @@ QNetworkReply::NetworkError networkError(QAbstractSocket::SocketError error)
 } // namespace
 
 BackgroundUpload::BackgroundUpload(const QNetworkRequest &request, QByteArray verb,
-                                   QByteArray body, std::shared_ptr<LedbatWindow> window,
+                                   BodyReader body, std::shared_ptr<LedbatWindow> window,
                                    UplinkGate *gate, QObject *parent)
     : QNetworkReply(parent)
     , m_verb(std::move(verb))
     , m_body(std::move(body))
+    , m_bodySize(m_body.size())
     , m_pacer(std::move(window), gate)
 {
     setRequest(request);
@@ -108,7 +109,7 @@ void BackgroundUpload::start()
                                                 "QNetworkReplyHttpImpl", "No suitable proxy found"));
         return;
     }
-    m_head = m_route->requestHead(request(), m_verb, m_body.size());
+    m_head = m_route->requestHead(request(), m_verb, m_bodySize);
 
     if (m_route->encrypted) {
         auto *const secure = new QSslSocket(this);
@@ -158,7 +159,7 @@ void BackgroundUpload::sendMore()
 {
     if (m_done || !m_connected)
         return;
-    const qint64 left = m_body.size() - m_bodyWritten;
+    const qint64 left = m_bodySize - m_bodyWritten;
     if (left <= 0) {
         m_ticks.stop();
         return;
@@ -171,7 +172,16 @@ void BackgroundUpload::sendMore()
         bodyMoved(m_pacer.acknowledged());
     if (bytes <= 0)
         return;
-    m_socket->write(m_body.constData() + m_bodyWritten, bytes);
+    m_chunk.resize(bytes);
+    if (m_body.read(m_chunk.data(), bytes) != bytes) {
+        // The server has part of a body that will never be whole: the connection goes, and
+        // the server drops what came of the file. The caller tells the photographer of the
+        // file, not of this reply.
+        m_readFailed = true;
+        finishWithError(UnknownContentError, QStringLiteral("Read error: ") + m_body.filePath());
+        return;
+    }
+    m_socket->write(m_chunk.constData(), bytes);
     m_bodyWritten += bytes;
 }
 
@@ -193,8 +203,8 @@ void BackgroundUpload::onBytesHandedOver(qint64 bytes)
 
 void BackgroundUpload::bodyMoved(qint64 bytesFromStart)
 {
-    Q_EMIT uploadProgress(std::clamp<qint64>(bytesFromStart - m_head.size(), 0, m_body.size()),
-                          m_body.size());
+    Q_EMIT uploadProgress(std::clamp<qint64>(bytesFromStart - m_head.size(), 0, m_bodySize),
+                          m_bodySize);
     progressed();
 }
 
@@ -310,7 +320,8 @@ void BackgroundUpload::releaseSocket()
         m_socket->deleteLater();
         m_socket = nullptr;
     }
-    m_body = QByteArray();
+    m_body = BodyReader();
+    m_chunk = QByteArray();
 }
 
 void BackgroundUpload::abort()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "bodyreader.h"
 #include "connectionroute.h"
 #include "httpreplyparser.h"
 #include "uplinkpacer.h"
@@ -26,12 +27,15 @@ class UplinkGate;
 //
 // It is a QNetworkReply, so it is awaited, watched and given up like the replies of Qt's stack:
 // one request, HTTP/1.1, "Connection: close", never sent a second time on its own, no redirect
-// followed. The connection goes through the proxy the system names, as Qt's own would.
+// followed. The connection goes through the proxy the system names, as Qt's own would. The
+// body is read as it goes out, a file's straight from the file, a window's worth at a time; a
+// file that fails or comes up short ends the upload with an error, never with other bytes than
+// the length announced.
 class BackgroundUpload : public QNetworkReply {
     Q_OBJECT
 public:
     // Starts at once; `window` is the path's memory, shared with the uploads before and after.
-    BackgroundUpload(const QNetworkRequest &request, QByteArray verb, QByteArray body,
+    BackgroundUpload(const QNetworkRequest &request, QByteArray verb, BodyReader body,
                      std::shared_ptr<LedbatWindow> window, UplinkGate *gate,
                      QObject *parent = nullptr);
     ~BackgroundUpload() override;
@@ -43,6 +47,8 @@ public:
     // Whether the connection closed, or answered with something that is not HTTP, before a
     // single byte of a reply: the request may have done its work or not.
     bool closedUnanswered() const { return m_closedUnanswered; }
+    // Whether the body's file failed while it was read.
+    bool readFailed() const { return m_readFailed; }
 
     // How often a tick looks at the connection while the body goes out.
     static constexpr std::chrono::milliseconds tick{10};
@@ -70,8 +76,10 @@ private:
 
     QByteArray m_verb;
     QByteArray m_head;
-    QByteArray m_body;
+    BodyReader m_body;
+    qint64 m_bodySize = 0;
     qint64 m_bodyWritten = 0; // handed to the socket
+    QByteArray m_chunk;       // the piece of the body on its way to the socket
     UplinkPacer m_pacer;
     std::optional<ConnectionRoute> m_route;
 
@@ -84,5 +92,6 @@ private:
     QByteArray m_replyBody;
     qint64 m_replyRead = 0;
     bool m_closedUnanswered = false;
+    bool m_readFailed = false;
     bool m_done = false;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "requestbody.h"
+
 #include <QByteArray>
 #include <QMap>
 #include <QString>
@@ -12,8 +14,11 @@ public:
     // A fresh upper-case UUID for every upload, so no two bodies share a boundary.
     static QString newBoundary();
 
-    static QByteArray build(const QMap<QString, QString> &fields, const QByteArray &fileData,
-                            const QString &boundary);
+    // The whole form with `file` as its file part: the fields and the file part's headers
+    // before it, the closing delimiter after. A file's bytes stay in the file until they are
+    // sent.
+    static RequestBody around(const RequestBody &file, const QMap<QString, QString> &fields,
+                              const QString &boundary);
 
     static QByteArray contentType(const QString &boundary);
 };

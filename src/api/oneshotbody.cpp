@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "oneshotbody.h"
 
-#include <algorithm>
-#include <cstring>
 #include <utility>
 
-OneShotBody::OneShotBody(QByteArray bytes, QObject *parent)
+OneShotBody::OneShotBody(BodyReader body, QObject *parent)
     : QIODevice(parent)
-    , m_bytes(std::move(bytes))
+    , m_body(std::move(body))
 {
     open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
@@ -15,7 +13,7 @@ OneShotBody::OneShotBody(QByteArray bytes, QObject *parent)
 bool OneShotBody::seek(qint64 position)
 {
     // QIODevice itself seeks to where the device already is; only going back is a resend.
-    if (position != m_offset) {
+    if (position != m_body.position()) {
         m_resendRefused = true;
         return false;
     }
@@ -32,13 +30,9 @@ bool OneShotBody::reset()
 
 qint64 OneShotBody::readData(char *data, qint64 maxSize)
 {
-    const qint64 left = m_bytes.size() - m_offset;
-    if (left <= 0)
+    if (m_body.atEnd())
         return -1;
-    const qint64 count = std::min(left, maxSize);
-    std::memcpy(data, m_bytes.constData() + m_offset, static_cast<size_t>(count));
-    m_offset += count;
-    return count;
+    return m_body.read(data, maxSize);
 }
 
 qint64 OneShotBody::writeData(const char *, qint64)

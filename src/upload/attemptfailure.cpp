@@ -2,6 +2,7 @@
 #include "attemptfailure.h"
 
 #include "apierror.h"
+#include "filereaderror.h"
 #include "requestfailure.h"
 
 namespace {
@@ -16,6 +17,9 @@ bool statusPasses(int status)
 
 AttemptFailure AttemptFailure::of(const std::exception &error)
 {
+    // The photo's own file failed, not the service: named as an unreadable file is.
+    if (const auto *file = dynamic_cast<const FileReadError *>(&error))
+        return {Kind::unreadable, file->fileName()};
     const auto *failure = dynamic_cast<const RequestFailure *>(&error);
     const QString description =
         failure ? failure->localizedDescription() : QString::fromUtf8(error.what());

@@ -25,6 +25,7 @@ struct AttemptFailure {
 
     // A failed service call sorted by its structure: transport errors, non-HTTP replies and
     // replies that do not decode pass (a captive portal answers with its own page); statuses
-    // by their meaning. A presign's upload refused by the store is taken for an expired one.
+    // by their meaning. A presign's upload refused by the store is taken for an expired one. A
+    // file that failed while it was sent is unreadable.
     static AttemptFailure of(const std::exception &error);
 };

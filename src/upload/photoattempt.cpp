@@ -9,13 +9,10 @@
 #include "uploadlanes.h"
 
 #include <QCoreApplication>
-#include <QCoroFuture>
 #include <QCoroTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QThreadPool>
 #include <QTimer>
-#include <QtConcurrent/qtconcurrenttask.h>
 
 namespace {
 
@@ -59,15 +56,13 @@ AttemptStep failed(AttemptStep::Part part, AttemptFailure failure)
     return step;
 }
 
-std::optional<QByteArray> readWholeFile(const QString &path)
+// Whether the original can be sent at all: its bytes are read only as they go out, but a file
+// that cannot even be opened (gone, no permission, a folder in its place) is known now, before
+// an upload is authorised for it.
+bool opens(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return std::nullopt;
-    return bytes;
+    return file.open(QIODevice::ReadOnly);
 }
 
 } // namespace
@@ -198,16 +193,6 @@ QCoro::Task<> PhotoAttempt::pause(std::chrono::milliseconds length)
     co_await &timer;
 }
 
-QCoro::Task<std::optional<QByteArray>> PhotoAttempt::readOriginal(QString path)
-{
-    QFuture<std::optional<QByteArray>> reading =
-        QtConcurrent::task([path] { return readWholeFile(path); })
-            .onThreadPool(*QThreadPool::globalInstance())
-            .withPriority(originalPoolPriority)
-            .spawn();
-    co_return co_await reading;
-}
-
 QCoro::AsyncGenerator<AttemptStep> PhotoAttempt::sendOriginal(std::shared_ptr<UploadLanes> lanes,
                                                                Photo photo)
 {
@@ -233,15 +218,13 @@ QCoro::AsyncGenerator<AttemptStep> PhotoAttempt::sendOriginal(std::shared_ptr<Up
         QCoro::Task<> givingWay = lanes->previews->caughtUp();
         co_await givingWay;
         // Taken before the bytes: a file that changes while it is read no longer matches it.
+        const QString path = photo.fileURL.toLocalFile();
         AttemptStep read = step(AttemptStep::Kind::originalRead, part);
-        read.taken = FileStamp::of(photo.fileURL.toLocalFile());
+        read.taken = FileStamp::of(path);
         co_yield read;
-        QCoro::Task<std::optional<QByteArray>> reading =
-            readOriginal(photo.fileURL.toLocalFile());
-        std::optional<QByteArray> bytes = co_await reading;
         // A file that cannot be read ends the attempt at once: waiting would not make it
         // readable, and the lane is not held up for it.
-        if (!bytes) {
+        if (!opens(path)) {
             AttemptStep unreadable = failed(part, {AttemptFailure::Kind::unreadable, fileName});
             co_yield unreadable;
             co_return;
@@ -258,9 +241,16 @@ QCoro::AsyncGenerator<AttemptStep> PhotoAttempt::sendOriginal(std::shared_ptr<Up
             photo.progress.originalPresign = presigned.presign = authorised.value;
             co_yield presigned;
         }
-        QCoro::Task<Attempted<QString>> storing = attempted(lanes->api.uploadToStorage(
-            *photo.progress.originalPresign, std::move(*bytes), QNetworkRequest::LowPriority));
+        // Read from the file as it is sent: the original's memory does not grow with its size.
+        QCoro::Task<Attempted<QString>> storing = attempted(lanes->api.uploadFileToStorage(
+            *photo.progress.originalPresign, path, QNetworkRequest::LowPriority));
         const Attempted<QString> stored = co_await storing;
+        if (!stored && stored.failure.kind == AttemptFailure::Kind::unreadable) {
+            // Gone, or cut short, while it was sent: as unreadable as a file that never opened.
+            AttemptStep unreadable = failed(part, stored.failure);
+            co_yield unreadable;
+            co_return;
+        }
         if (!stored) {
             failure = stored.failure;
             continue;

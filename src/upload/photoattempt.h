@@ -20,14 +20,15 @@ struct UploadLanes;
 // lane; one retry five seconds later). Every step is handed to the caller as it is taken, and
 // the attempt goes on only when the caller asks for the next one: a caller that writes the
 // steps down has each of them written before the attempt's next request goes out. The last
-// step says how the attempt ended. The work on the processor and the disk runs on the thread
-// pool; the attempt itself runs on the main thread and never blocks it.
+// step says how the attempt ended. The work on the processor runs on the thread pool; the
+// attempt itself runs on the main thread and never blocks it, and an original is read from its
+// file a piece at a time while it is sent.
 class PhotoAttempt {
 public:
     static constexpr std::chrono::seconds originalRetryDelay{5};
-    // Previews are what the client is waiting for: their decoding runs ahead of original reads.
+    // Previews are what the client is waiting for: their decoding runs ahead of other work on
+    // the pool.
     static constexpr int previewPoolPriority = 1;
-    static constexpr int originalPoolPriority = 0;
 
     struct Photo {
         QUrl fileURL;
@@ -50,6 +51,5 @@ private:
     // Registers the stored preview; throws unless the service holds it afterwards.
     static QCoro::Task<> registerPreview(std::shared_ptr<UploadLanes> lanes, Photo photo,
                                          StoredPreview preview);
-    static QCoro::Task<std::optional<QByteArray>> readOriginal(QString path);
     static QCoro::Task<> pause(std::chrono::milliseconds length);
 };

@@ -5,7 +5,8 @@
 // presign, an upload to a presigned key): when their connection closed before a single byte of
 // the reply, they go once more at once, as browsers send such requests again. An original's
 // upload, which goes on a connection of its own rather than through Qt's stack, keeps the same
-// rules.
+// rules, and so does an upload read from its file as it is sent, which the second send reads
+// again from the file's start.
 #include "apiclient.h"
 #include "apierror.h"
 #include "devservicefixture.h"
@@ -13,26 +14,45 @@
 #include "taskoutcome.h"
 #include "transporterror.h"
 
+#include <QFile>
 #include <QTcpServer>
+#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
 
 // "upload" is a preview's, through Qt's HTTP stack; "original" an original's, on a connection
-// of its own. Both reach the object store's upload endpoint.
-const QStringList operations{QStringLiteral("authenticate"), QStringLiteral("createSession"),
-                             QStringLiteral("endSession"),   QStringLiteral("presign"),
-                             QStringLiteral("register"),     QStringLiteral("upload"),
-                             QStringLiteral("original")};
+// of its own; "* from file" the same with the bytes read from a file as they are sent. All
+// reach the object store's upload endpoint.
+const QStringList operations{QStringLiteral("authenticate"),     QStringLiteral("createSession"),
+                             QStringLiteral("endSession"),       QStringLiteral("presign"),
+                             QStringLiteral("register"),         QStringLiteral("upload"),
+                             QStringLiteral("original"),         QStringLiteral("upload from file"),
+                             QStringLiteral("original from file")};
 const QStringList sentOnce{QStringLiteral("authenticate"), QStringLiteral("createSession"),
                            QStringLiteral("endSession"), QStringLiteral("register")};
-const QStringList sentAgainWhenUnanswered{QStringLiteral("presign"), QStringLiteral("upload"),
-                                          QStringLiteral("original")};
+const QStringList sentAgainWhenUnanswered{
+    QStringLiteral("presign"), QStringLiteral("upload"), QStringLiteral("original"),
+    QStringLiteral("upload from file"), QStringLiteral("original from file")};
 
 // The service's name for the endpoint an operation calls.
 QString endpointOf(const QString &operation)
 {
-    return operation == QLatin1String("original") ? QStringLiteral("upload") : operation;
+    return operation.startsWith(QLatin1String("original")) || operation.endsWith(QLatin1String("file"))
+               ? QStringLiteral("upload")
+               : operation;
+}
+
+// The photo the uploads from a file send, in a file of its own for each call.
+QString photoFile()
+{
+    static QTemporaryDir folder;
+    static int made = 0;
+    const QString path = folder.filePath(QStringLiteral("photo-%1.jpg").arg(++made));
+    QFile file(path);
+    if (!folder.isValid() || !file.open(QIODevice::WriteOnly) || file.write("another photo") != 13)
+        qFatal("cannot write %s", qPrintable(path));
+    return path;
 }
 
 std::optional<TransportError> transportErrorIn(const std::exception_ptr &error)
@@ -100,6 +120,10 @@ class ApiLostRepliesTest : public QObject {
             return awaitOutcome(api.registerAttachment(stage.session.folder_id, stage.storedURL, stage.presign.key, stage.presign.bucket)).error;
         if (operation == QLatin1String("original"))
             return awaitOutcome(api.uploadToStorage(fresh, "another photo", QNetworkRequest::LowPriority)).error;
+        if (operation == QLatin1String("original from file"))
+            return awaitOutcome(api.uploadFileToStorage(fresh, photoFile(), QNetworkRequest::LowPriority)).error;
+        if (operation == QLatin1String("upload from file"))
+            return awaitOutcome(api.uploadFileToStorage(fresh, photoFile())).error;
         return awaitOutcome(api.uploadToStorage(fresh, "another photo")).error;
     }
 
@@ -112,7 +136,7 @@ class ApiLostRepliesTest : public QObject {
             return m_service.sessions().value(0).ended;
         if (operation == QLatin1String("register"))
             return m_service.registeredFiles(stage.session.folder_id).size() == 1;
-        if (operation == QLatin1String("upload") || operation == QLatin1String("original"))
+        if (endpointOf(operation) == QLatin1String("upload"))
             return m_service.storedObject(fresh.key) == QByteArray("another photo");
         return true; // a token or an authorisation issued leaves nothing the admin API lists
     }

@@ -5,6 +5,7 @@
 #include "apiclient.h"
 #include "attemptfailure.h"
 #include "devservicefixture.h"
+#include "originalfile.h"
 #include "recordingproxy.h"
 #include "scopedpreferences.h"
 #include "taskoutcome.h"
@@ -14,6 +15,7 @@
 #include <QNetworkProxyQuery>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
@@ -108,15 +110,35 @@ private Q_SLOTS:
         QCOMPARE(m_service.storedObject(grant.value->key), std::optional(original));
     }
 
+    // An original of several megabytes, read from its file as it goes, reaches the store whole
+    // through the proxy, on either of the ways an upload goes.
+    void originalFromItsFileGoesThroughTheProxyWhole_data() { addPriorities(); }
+    void originalFromItsFileGoesThroughTheProxyWhole()
+    {
+        QFETCH(int, priority);
+        QTemporaryDir folder;
+        QVERIFY(folder.isValid());
+        const QByteArray original = OriginalFile::bytes(6 * 1024 * 1024);
+        const QString path = OriginalFile::write(folder.filePath(QStringLiteral("IMG_0002.CR3")), original);
+        QVERIFY(awaitOutcome(m_api->authenticate(DevService::demoEmail(), DevService::demoPassword())).value);
+        const auto session = awaitOutcome(m_api->createSession(QStringLiteral("Ana")));
+        QVERIFY(session.value);
+        const auto grant = awaitOutcome(m_api->presign(session.value->folder_id, QStringLiteral("IMG_0002.CR3"), QStringLiteral("image/jpeg")));
+        QVERIFY(grant.value);
+        const qsizetype proxiedBefore = m_proxy.requests().size();
+        QVERIFY(awaitOutcome(m_api->uploadFileToStorage(*grant.value, path, QNetworkRequest::Priority(priority))).value);
+        QCOMPARE(m_proxy.requests().size(), proxiedBefore + 1);
+        QCOMPARE(m_proxy.requests().last().url.path(), QStringLiteral("/storage/upload"));
+        const std::optional<QByteArray> stored = m_service.storedObject(grant.value->key);
+        QVERIFY(stored);
+        QCOMPARE(stored->size(), original.size());
+        QVERIFY(*stored == original);
+    }
+
     // A proxy that wants credentials, which the program has none of: a preview's upload and an
     // original's fail alike, as a failure of the way there (which passes, and is tried again),
     // not as a refusal of the store's.
-    void aProxyThatWantsCredentialsFailsTheWayThere_data()
-    {
-        QTest::addColumn<int>("priority");
-        QTest::newRow("preview") << int(QNetworkRequest::HighPriority);
-        QTest::newRow("original") << int(QNetworkRequest::LowPriority);
-    }
+    void aProxyThatWantsCredentialsFailsTheWayThere_data() { addPriorities(); }
     void aProxyThatWantsCredentialsFailsTheWayThere()
     {
         QFETCH(int, priority);
@@ -165,6 +187,14 @@ private Q_SLOTS:
     }
 
 private:
+    // Through Qt's HTTP stack (a preview), or on a connection of its own (an original).
+    static void addPriorities()
+    {
+        QTest::addColumn<int>("priority");
+        QTest::newRow("preview") << int(QNetworkRequest::HighPriority);
+        QTest::newRow("original") << int(QNetworkRequest::LowPriority);
+    }
+
     RecordingProxy m_proxy{servedName};
     DevService m_service;
     std::unique_ptr<ScopedPreferences> m_preferences;

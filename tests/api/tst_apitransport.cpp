@@ -3,6 +3,7 @@
 #include "apiclient.h"
 #include "apierror.h"
 #include "devservicefixture.h"
+#include "originalfile.h"
 #include "scopedpreferences.h"
 #include "taskoutcome.h"
 #include "transporterror.h"
@@ -61,9 +62,7 @@ private Q_SLOTS:
         const auto presign = session.value ? awaitOutcome(api.presign(session.value->folder_id, QStringLiteral("a.jpg"), QStringLiteral("image/jpeg"))).value : std::nullopt;
         const auto url = presign ? awaitOutcome(api.uploadToStorage(*presign, "bytes")).value : std::nullopt;
         // An original of three megabytes, on a connection of its own.
-        QByteArray originalBytes(3 * 1024 * 1024, Qt::Uninitialized);
-        for (qsizetype i = 0; i < originalBytes.size(); ++i)
-            originalBytes[i] = char((i * 2654435761u) >> 24);
+        const QByteArray originalBytes = OriginalFile::bytes(3 * 1024 * 1024);
         const auto grant = session.value ? awaitOutcome(api.presign(session.value->folder_id, QStringLiteral("B.CR3"), QStringLiteral("image/jpeg"))).value : std::nullopt;
         const auto originalUrl = grant ? awaitOutcome(api.uploadToStorage(*grant, originalBytes, QNetworkRequest::LowPriority)).value : std::nullopt;
         QSslConfiguration::setDefaultConfiguration(original);

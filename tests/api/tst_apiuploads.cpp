@@ -4,8 +4,8 @@
 #include "apierror.h"
 #include "decodingerror.h"
 #include "devservicefixture.h"
-#include "heldthreadpool.h"
-#include "multipartformbody.h"
+#include "formupload.h"
+#include "originalfile.h"
 #include "scopedpreferences.h"
 #include "taskoutcome.h"
 #include "transporterror.h"
@@ -21,20 +21,9 @@
 #include <functional>
 
 namespace {
-// The layout of a form upload, written out independently of the client's builder.
-QByteArray expectedBody(const QMap<QString, QString> &fields, const QByteArray &file,
-                        const QByteArray &boundary)
-{
-    QByteArray body;
-    for (auto it = fields.begin(); it != fields.end(); ++it)
-        body += "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + it.key().toUtf8() +
-                "\"\r\n\r\n" + it.value().toUtf8() + "\r\n";
-    body += "--" + boundary +
-            "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"upload.jpg\"\r\n"
-            "Content-Type: image/jpeg\r\n\r\n" +
-            file + "\r\n--" + boundary + "--\r\n";
-    return body;
-}
+
+using FormUpload::boundaryOf;
+using FormUpload::expectedBody;
 
 // Runs the event loop until done() holds or the limit has passed. Unlike QTest::qWaitFor, which
 // sleeps between its turns, it wakes for every event: an upload body is handed to the network
@@ -54,12 +43,6 @@ bool runEventsUntil(const std::function<bool()> &done, std::chrono::milliseconds
     return done();
 }
 
-QByteArray boundaryOf(const DevService::ReceivedRequest &request)
-{
-    const QByteArray type = request.header("Content-Type");
-    const QByteArray prefix = "multipart/form-data; boundary=";
-    return type.startsWith(prefix) ? type.mid(prefix.size()) : QByteArray();
-}
 } // namespace
 
 class ApiUploadsTest : public QObject {
@@ -295,37 +278,13 @@ private Q_SLOTS:
 
     void hundredMegabyteUpload()
     {
-        QByteArray file(100 * 1024 * 1024, Qt::Uninitialized);
-        for (qsizetype i = 0; i < file.size(); ++i)
-            file[i] = char((i * 2654435761u) >> 24);
+        const QByteArray file = OriginalFile::bytes(100 * 1024 * 1024);
         const PresignResponse presign = *presignNow();
         QVERIFY(awaitOutcome(m_api->uploadToStorage(presign, file)).value);
         const std::optional<QByteArray> stored = m_service.storedObject(presign.key);
         QVERIFY(stored);
         QCOMPARE(stored->size(), file.size());
         QVERIFY(*stored == file);
-    }
-
-    // An original's form body, a copy of tens of megabytes, is put together on a pool thread,
-    // not on the thread that runs the panel: while every pool thread is taken, the upload waits
-    // for one, and the main thread goes on serving other requests meanwhile.
-    void largeBodyIsBuiltOffTheMainThread()
-    {
-        const std::optional<PresignResponse> presign = presignNow();
-        QVERIFY(presign);
-        HeldThreadPool pool;
-        const QByteArray file(8 * 1024 * 1024, 'f');
-        QCoro::Task<QString> storing =
-            m_api->uploadToStorage(*presign, file, QNetworkRequest::LowPriority);
-        QVERIFY(presignNow());
-        // Some forty times what eight megabytes take on loopback, had the body been built here.
-        const bool storedMeanwhile =
-            runEventsUntil([&] { return storing.isReady(); }, std::chrono::seconds(2));
-        QVERIFY(m_service.requests(QStringLiteral("upload")).isEmpty());
-        QVERIFY(!storedMeanwhile);
-        pool.release();
-        QVERIFY(awaitOutcome(std::move(storing)).value);
-        QCOMPARE(m_service.storedObject(presign->key), std::optional(file));
     }
 
     // An upload address that parses but cannot be posted to fails that one upload with the
