@@ -4,6 +4,7 @@
 #include "jpegdecoder.h"
 #include "jpegencoder.h"
 #include "jpegpreview.h"
+#include "jpegsource.h"
 #include "previewgeometry.h"
 
 #include <QFile>
@@ -11,12 +12,10 @@
 #include <span>
 
 std::optional<QByteArray> PreviewFloor::run(const QString &path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    const std::optional<JpegSource> source = JpegSource::fromFile(path);
+    if (!source)
         return std::nullopt;
-    const QByteArray bytes = file.readAll();
-    const JpegDecoder decoder(std::span(reinterpret_cast<const std::uint8_t *>(bytes.constData()),
-                                        std::size_t(bytes.size())));
+    const JpegDecoder decoder(*source);
     const std::optional<QSize> target = PreviewGeometry::targetSize(decoder.size());
     if (!target)
         return std::nullopt;

@@ -3,6 +3,7 @@
 
 #include "exifreader.h"
 #include "jpegmetadata.h"
+#include "jpegsource.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -29,10 +30,11 @@ std::optional<CaptureTime> ofJpeg(const QString &path)
     const QByteArray head = file.read(jpegHeadBytes);
     const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t *>(head.data()),
                                               std::size_t(head.size()));
-    const std::span<const std::uint8_t> block = JpegMetadata::exif(bytes);
-    if (block.empty())
+    const QByteArray block = JpegMetadata::exif(JpegSource::fromMemory(bytes));
+    if (block.isEmpty())
         return std::nullopt;
-    const ExifReader exif(block);
+    const ExifReader exif(std::span(reinterpret_cast<const std::uint8_t *>(block.constData()),
+                                    std::size_t(block.size())));
     return CaptureTime::parse(exif.dateTimeOriginal(), exif.subSecTimeOriginal());
 }
 

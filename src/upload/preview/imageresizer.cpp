@@ -2,6 +2,7 @@
 #include "imageresizer.h"
 
 #include "jpegpreview.h"
+#include "jpegsource.h"
 #include "previewgeometry.h"
 #include "previewpngreader.h"
 #include "previewqtreader.h"
@@ -10,9 +11,7 @@
 
 #include <QFile>
 #include <QUrl>
-#include <cstdint>
 #include <exception>
-#include <span>
 
 namespace {
 
@@ -30,18 +29,13 @@ Signature signatureOf(const QByteArray &head) {
     return Signature::Other;
 }
 
-// A JPEG is decoded from memory, so its bytes count against the preview's memory too. The best
-// quality a camera writes stays under a byte per pixel, so even a 200-megapixel photo fits;
-// a larger file is junk that only claims to be a JPEG.
-constexpr qint64 largestJpegBytes = 160 * 1024 * 1024;
-
-std::optional<QByteArray> jpegPreview(QFile &file) {
-    if (file.size() > largestJpegBytes)
+// A JPEG is decoded from its file, read a piece at a time as the decoder goes: its memory
+// follows the picture's size, whatever the file's.
+std::optional<QByteArray> jpegPreview(const QString &path) {
+    const std::optional<JpegSource> source = JpegSource::fromFile(path);
+    if (!source)
         return std::nullopt;
-    // Read, not mapped: a file cut short while mapped would kill the process with SIGBUS.
-    const QByteArray bytes = file.readAll();
-    const JpegPreview jpeg(std::span(reinterpret_cast<const std::uint8_t *>(bytes.constData()),
-                                     std::size_t(bytes.size())));
+    const JpegPreview jpeg(*source);
     const std::optional<QSize> target = PreviewGeometry::targetSize(jpeg.size());
     if (!jpeg.isValid() || !target)
         return std::nullopt;
@@ -53,9 +47,9 @@ std::optional<QByteArray> preview(const QString &path) {
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
     const Signature signature = signatureOf(file.peek(16));
-    if (signature == Signature::Jpeg)
-        return jpegPreview(file);
     file.close();
+    if (signature == Signature::Jpeg)
+        return jpegPreview(path);
     if (signature == Signature::Png)
         return PreviewPngReader::createPreview(path);
     // LibRaw first: it knows which TIFF-signed files are raw and turns plain TIFFs away.

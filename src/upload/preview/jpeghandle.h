@@ -13,10 +13,6 @@ public:
 
     bool isValid() const { return m_handle != nullptr; }
     void *get() const { return m_handle.get(); }
-    // Whether the last call failed with nothing worse than junk bytes between two segments,
-    // which some cameras and editors write; libjpeg keeps the first warning's text, so a later,
-    // real problem can hide behind it, and the caller must also check the file is complete.
-    bool onlyWarnedOfJunk() const;
 
 private:
     struct Destroy {

@@ -2,9 +2,11 @@
 #include "jpegmetadata.h"
 
 #include "exifreader.h"
+#include "jpegsource.h"
 
 #include <QList>
 #include <cstring>
+#include <span>
 
 namespace {
 
@@ -13,27 +15,30 @@ constexpr std::uint8_t app2 = 0xE2;
 constexpr std::uint8_t startOfScan = 0xDA;
 constexpr std::uint8_t endOfImage = 0xD9;
 
-bool startsWith(std::span<const std::uint8_t> bytes, const char *prefix, std::size_t length) {
-    return bytes.size() >= length && std::memcmp(bytes.data(), prefix, length) == 0;
+bool startsWith(const QByteArray &bytes, const char *prefix, qsizetype length) {
+    return bytes.size() >= length && std::memcmp(bytes.constData(), prefix, std::size_t(length)) == 0;
+}
+
+std::span<const std::uint8_t> bytesOf(const QByteArray &bytes) {
+    return {reinterpret_cast<const std::uint8_t *>(bytes.constData()), std::size_t(bytes.size())};
 }
 
 // Chunks of a profile by their sequence number, 1-based, as ICC numbers them.
 class ProfileChunks {
 public:
-    void add(std::span<const std::uint8_t> payload) {
+    void add(const QByteArray &payload) {
         // Sequence number and count follow the 12-byte signature.
         if (payload.size() < 14 || payload[12] == 0 || payload[13] == 0)
             return;
-        const int sequence = payload[12];
-        const int count = payload[13];
+        const int sequence = std::uint8_t(payload[12]);
+        const int count = std::uint8_t(payload[13]);
         if (m_chunks.isEmpty())
             m_chunks.resize(count);
         if (count != m_chunks.size() || sequence > count || !m_chunks[sequence - 1].isEmpty()) {
             m_damaged = true;
             return;
         }
-        m_chunks[sequence - 1] = QByteArray(reinterpret_cast<const char *>(payload.data() + 14),
-                                            qsizetype(payload.size() - 14));
+        m_chunks[sequence - 1] = payload.mid(14);
         if (m_chunks[sequence - 1].isEmpty())
             m_damaged = true;
     }
@@ -58,49 +63,56 @@ private:
 } // namespace
 
 template <typename Visit>
-void JpegMetadata::forEachSegment(std::span<const std::uint8_t> jpeg, Visit visit) {
-    std::size_t at = 2;
+void JpegMetadata::forEachSegment(const JpegSource &jpeg, Visit visit) {
+    qint64 at = 2;
     while (at + 4 <= jpeg.size()) {
-        if (jpeg[at] != 0xFF)
+        const QByteArray head = jpeg.read(at, 4);
+        if (head.size() < 4 || std::uint8_t(head[0]) != 0xFF)
             break;
-        const std::uint8_t marker = jpeg[at + 1];
+        const std::uint8_t marker = std::uint8_t(head[1]);
         if (marker == 0xFF) {
             ++at; // fill byte
             continue;
         }
         if (marker == startOfScan || marker == endOfImage)
             break;
-        const std::size_t length = std::size_t(jpeg[at + 2]) << 8 | jpeg[at + 3];
+        const qint64 length = qint64(std::uint8_t(head[2])) << 8 | std::uint8_t(head[3]);
         if (length < 2 || at + 2 + length > jpeg.size())
             break;
-        visit(marker, jpeg.subspan(at + 4, length - 2));
+        visit(marker, at + 4, length - 2);
         at += 2 + length;
     }
 }
 
-std::span<const std::uint8_t> JpegMetadata::exif(std::span<const std::uint8_t> jpeg) {
-    std::span<const std::uint8_t> block;
+QByteArray JpegMetadata::exif(const JpegSource &jpeg) {
+    QByteArray block;
     bool seen = false;
     // The first Exif block is the photo's; a second one (XMP's extension, a copy) is not.
-    forEachSegment(jpeg, [&](std::uint8_t marker, std::span<const std::uint8_t> payload) {
-        if (marker == app1 && !seen && startsWith(payload, "Exif\0\0", 6)) {
+    forEachSegment(jpeg, [&](std::uint8_t marker, qint64 offset, qint64 length) {
+        if (marker != app1 || seen)
+            return;
+        const QByteArray payload = jpeg.read(offset, length);
+        if (startsWith(payload, "Exif\0\0", 6)) {
             seen = true;
-            block = payload.subspan(6);
+            block = payload.mid(6);
         }
     });
     return block;
 }
 
-PhotoMetadata JpegMetadata::read(std::span<const std::uint8_t> jpeg) {
+PhotoMetadata JpegMetadata::read(const JpegSource &jpeg) {
     PhotoMetadata metadata;
-    if (const std::span<const std::uint8_t> block = exif(jpeg); !block.empty()) {
-        const ExifReader exifReader(block);
+    if (const QByteArray block = exif(jpeg); !block.isEmpty()) {
+        const ExifReader exifReader(bytesOf(block));
         metadata.orientation = PhotoMetadata::validOrientation(exifReader.orientation());
         metadata.adobeRgb = exifReader.marksAdobeRgb();
     }
     ProfileChunks chunks;
-    forEachSegment(jpeg, [&](std::uint8_t marker, std::span<const std::uint8_t> payload) {
-        if (marker == app2 && startsWith(payload, "ICC_PROFILE\0", 12))
+    forEachSegment(jpeg, [&](std::uint8_t marker, qint64 offset, qint64 length) {
+        if (marker != app2)
+            return;
+        const QByteArray payload = jpeg.read(offset, length);
+        if (startsWith(payload, "ICC_PROFILE\0", 12))
             chunks.add(payload);
     });
     metadata.iccProfile = chunks.profile();

@@ -3,6 +3,7 @@
 
 #include "jpegmetadata.h"
 #include "jpegplanes.h"
+#include "jpegsource.h"
 #include "previewencoder.h"
 #include "previewrgbscaler.h"
 #include "resampler.h"
@@ -28,7 +29,7 @@ void fillNeutralChroma(JpegPlanes &planes) {
 
 } // namespace
 
-JpegPreview::JpegPreview(std::span<const std::uint8_t> jpeg)
+JpegPreview::JpegPreview(const JpegSource &jpeg)
     : m_jpeg(jpeg)
     , m_decoder(jpeg) {}
 

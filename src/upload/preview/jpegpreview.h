@@ -6,11 +6,10 @@
 
 #include <QByteArray>
 #include <QSize>
-#include <cstdint>
 #include <optional>
-#include <span>
 
 class JpegPlanes;
+class JpegSource;
 
 // The fast road for JPEG: decode at the smallest DCT scale M/8 that is still at least as wide
 // as the target, straight to YCbCr planes, then one Lanczos-3 pass per plane to the exact
@@ -19,8 +18,8 @@ class JpegPlanes;
 // nothing is resampled at all.
 class JpegPreview {
 public:
-    // The bytes must outlive this object.
-    explicit JpegPreview(std::span<const std::uint8_t> jpeg);
+    // The source must outlive this object: a file, read as it is decoded, or bytes in memory.
+    explicit JpegPreview(const JpegSource &jpeg);
 
     bool isValid() const { return m_decoder.isValid(); }
     QSize size() const { return m_decoder.size(); }
@@ -42,6 +41,6 @@ private:
     std::optional<QByteArray> renderRgb(QSize target, int eighths,
                                         const PhotoMetadata &metadata) const;
 
-    std::span<const std::uint8_t> m_jpeg;
+    const JpegSource &m_jpeg;
     JpegDecoder m_decoder;
 };

@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include "progressivejpegdecoder.h"
+#include "jpegstreamdecoder.h"
 
 #include "jpegcoefficientstore.h"
+#include "jpegsource.h"
 
 #include <algorithm>
+#include <array>
 #include <csetjmp>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <jpeglib.h>
 #include <jerror.h>
+#include <turbojpeg.h>
 
 namespace {
 
@@ -21,10 +25,11 @@ struct Decoding {
     jpeg_progress_mgr progress{};
     std::jmp_buf failed{};
     bool warned = false;
+    bool anyWarningFails = false;
 };
 
 Decoding &decodingOf(j_common_ptr common) {
-    // The error manager is the first thing libjpeg is given, and Decoding starts with it.
+    // The error manager is the first thing libjpeg is given, and Decoding holds it.
     return *reinterpret_cast<Decoding *>(reinterpret_cast<char *>(common->err) -
                                          offsetof(Decoding, errors));
 }
@@ -41,7 +46,7 @@ void noteMessage(j_common_ptr common, int level) {
     // Any warning but junk between markers means damaged or missing data, which gets no
     // preview: stop there rather than decode the rest of a picture that a few hundred bytes
     // claim is 85 megapixels.
-    if (common->err->msg_code != JWRN_EXTRANEOUS_DATA)
+    if (decoding.anyWarningFails || common->err->msg_code != JWRN_EXTRANEOUS_DATA)
         jumpOut(common);
 }
 
@@ -49,6 +54,64 @@ void limitScans(j_common_ptr common) {
     auto *decompressor = reinterpret_cast<j_decompress_ptr>(common);
     if (decompressor->input_scan_number > largestScanCount)
         jumpOut(common);
+}
+
+// The TJSAMP layout the components' sampling factors make, as TurboJPEG names them; -1 for
+// one that no plane set has.
+int subsamplingOf(const jpeg_decompress_struct &d) {
+    if (d.num_components == 1 && d.jpeg_color_space == JCS_GRAYSCALE)
+        return TJSAMP_GRAY;
+    constexpr std::array<int, TJ_NUMSAMP> samplesPerPixel{3, 3, 3, 1, 3, 3};
+    const bool cmyk = d.jpeg_color_space == JCS_YCCK || d.jpeg_color_space == JCS_CMYK;
+    const jpeg_component_info *components = d.comp_info;
+    const auto othersAre = [&](int across, int down, int fourthAcross, int fourthDown) {
+        for (int k = 1; k < d.num_components; ++k) {
+            const bool fourth = cmyk && k == 3;
+            if (components[k].h_samp_factor != (fourth ? fourthAcross : across) ||
+                components[k].v_samp_factor != (fourth ? fourthDown : down))
+                return false;
+        }
+        return true;
+    };
+    for (int i = 0; i < TJ_NUMSAMP; ++i) {
+        const int pixel = samplesPerPixel[std::size_t(i)];
+        if (d.num_components != pixel && !(cmyk && pixel == 3 && d.num_components == 4))
+            continue;
+        const int across = tjMCUWidth[i] / 8;
+        const int down = tjMCUHeight[i] / 8;
+        if (components[0].h_samp_factor == across && components[0].v_samp_factor == down &&
+            othersAre(1, 1, across, down))
+            return i;
+        // 4:2:2 and 4:4:0 written with the luma at 2 x 2 and the chroma at 1 x 2 or 2 x 1.
+        if (components[0].h_samp_factor == 2 && components[0].v_samp_factor == 2 &&
+            (i == TJSAMP_422 || i == TJSAMP_440) && othersAre(down, across, 2, 2))
+            return i;
+        // 4:4:4 with every component at the same factors above 1.
+        if (i == TJSAMP_444 && d.num_components > 1 &&
+            components[0].h_samp_factor * components[0].v_samp_factor <=
+                D_MAX_BLOCKS_IN_MCU / pixel &&
+            othersAre(components[0].h_samp_factor, components[0].v_samp_factor,
+                      components[0].h_samp_factor, components[0].v_samp_factor))
+            return i;
+    }
+    return -1;
+}
+
+int colorspaceOf(J_COLOR_SPACE space) {
+    switch (space) {
+    case JCS_GRAYSCALE:
+        return TJCS_GRAY;
+    case JCS_RGB:
+        return TJCS_RGB;
+    case JCS_YCbCr:
+        return TJCS_YCbCr;
+    case JCS_CMYK:
+        return TJCS_CMYK;
+    case JCS_YCCK:
+        return TJCS_YCCK;
+    default:
+        return -1;
+    }
 }
 
 // One call's rows of a component into its plane. libjpeg decodes subsampled chroma at a larger
@@ -80,93 +143,129 @@ void copyRows(const jpeg_component_info &component, JSAMPARRAY rows, int rowCoun
     }
 }
 
-// Everything that may leave by longjmp is in here, with nothing that needs destroying: the row
-// buffers come from libjpeg's own pools.
-bool decode(Decoding &decoding, JpegCoefficientStore &store, std::span<const std::uint8_t> jpeg,
-            int eighths, JpegPlanes &planes) {
+// From the source's first byte through the header, then `work`. Everything that may leave by
+// longjmp is in here and in `work`, with nothing that needs destroying: row buffers come from
+// libjpeg's own pools.
+template <typename Work>
+bool readThen(Decoding &decoding, JpegCoefficientStore &store, const JpegSource &jpeg,
+              Work &work) {
     jpeg_decompress_struct &d = decoding.decompressor;
     if (setjmp(decoding.failed))
         return false;
-    jpeg_mem_src(&d, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
+    jpeg.install(d);
     store.install(d);
     d.progress = &decoding.progress;
-    if (jpeg_read_header(&d, TRUE) != JPEG_HEADER_OK || !d.progressive_mode ||
-        d.num_components != planes.planeCount())
+    if (jpeg_read_header(&d, TRUE) != JPEG_HEADER_OK)
         return false;
-    d.raw_data_out = TRUE;
-    d.do_fancy_upsampling = FALSE;
-    d.do_block_smoothing = FALSE;
-    d.out_color_space = d.jpeg_color_space;
-    d.dct_method = JDCT_ISLOW;
-    d.scale_num = unsigned(eighths);
-    d.scale_denom = 8;
-    jpeg_start_decompress(&d);
-
-    JSAMPARRAY rows[MAX_COMPONENTS] = {};
-    int componentRows[MAX_COMPONENTS] = {};
-    for (int c = 0; c < d.num_components; ++c) {
-        const jpeg_component_info &component = d.comp_info[c];
-        componentRows[c] = component.v_samp_factor * component.DCT_scaled_size;
-        rows[c] = (*d.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&d), JPOOL_IMAGE,
-                                         component.width_in_blocks * JDIMENSION(component.DCT_scaled_size),
-                                         JDIMENSION(componentRows[c]));
-    }
-    const JDIMENSION rowsPerCall = JDIMENSION(d.max_v_samp_factor * d.min_DCT_scaled_size);
-    for (int call = 0; d.output_scanline < d.output_height; ++call) {
-        if (jpeg_read_raw_data(&d, rows, rowsPerCall) == 0)
-            return false;
-        for (int c = 0; c < d.num_components; ++c)
-            copyRows(d.comp_info[c], rows[c], componentRows[c], call, d.min_DCT_scaled_size,
-                     planes, c);
-    }
-    jpeg_finish_decompress(&d);
-    return true;
+    return work(d);
 }
 
-} // namespace
-
-bool ProgressiveJpegDecoder::isProgressive(std::span<const std::uint8_t> jpeg) {
-    // Marker segments from SOI on, each with its length, up to the first frame.
-    std::size_t at = 2;
-    while (at + 4 <= jpeg.size()) {
-        if (jpeg[at] != 0xFF)
-            return false;
-        const std::uint8_t marker = jpeg[at + 1];
-        if (marker == 0xFF) {
-            ++at; // fill byte
-            continue;
-        }
-        if (marker == 0xC2)
-            return true;
-        if ((marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 &&
-             marker != 0xCC) ||
-            marker == 0xDA)
-            return false;
-        at += 2 + ((std::size_t(jpeg[at + 2]) << 8) | jpeg[at + 3]);
-    }
-    return false;
-}
-
-std::optional<JpegPlanes> ProgressiveJpegDecoder::decodePlanes(std::span<const std::uint8_t> jpeg,
-                                                               int eighths, QSize scaledSize,
-                                                               int subsampling) {
-    JpegPlanes planes(scaledSize, subsampling);
-    JpegCoefficientStore store(residentCoefficientBytes);
+template <typename Work>
+bool decode(const JpegSource &jpeg, bool anyWarningFails, Work work) {
+    JpegCoefficientStore store(JpegStreamDecoder::residentCoefficientBytes);
     Decoding decoding;
+    decoding.anyWarningFails = anyWarningFails;
     decoding.decompressor.err = jpeg_std_error(&decoding.errors);
     decoding.errors.error_exit = &jumpOut;
     decoding.errors.emit_message = &noteMessage;
     decoding.progress.progress_monitor = &limitScans;
     if (setjmp(decoding.failed)) {
         jpeg_destroy_decompress(&decoding.decompressor);
-        return std::nullopt;
+        return false;
     }
     jpeg_create_decompress(&decoding.decompressor);
-    const bool ok = decode(decoding, store, jpeg, eighths, planes);
+    const bool ok = readThen(decoding, store, jpeg, work);
     jpeg_destroy_decompress(&decoding.decompressor);
-    const bool complete = jpeg.size() >= 2 && jpeg[jpeg.size() - 2] == 0xFF &&
-                          jpeg[jpeg.size() - 1] == 0xD9;
-    if (!ok || (decoding.warned && !complete))
+    return ok && (!decoding.warned || jpeg.endsWithEndOfImage());
+}
+
+} // namespace
+
+std::optional<JpegStreamDecoder::Header> JpegStreamDecoder::readHeader(const JpegSource &jpeg) {
+    Header header;
+    const bool ok = decode(jpeg, true, [&](jpeg_decompress_struct &d) {
+        header.size = QSize(int(std::min<JDIMENSION>(d.image_width, JPEG_MAX_DIMENSION)),
+                            int(std::min<JDIMENSION>(d.image_height, JPEG_MAX_DIMENSION)));
+        header.subsampling = subsamplingOf(d);
+        header.colorspace = colorspaceOf(d.jpeg_color_space);
+        return true;
+    });
+    if (!ok || header.subsampling < 0 || header.colorspace < 0 || header.size.width() < 1 ||
+        header.size.height() < 1)
         return std::nullopt;
+    return header;
+}
+
+std::optional<JpegPlanes> JpegStreamDecoder::decodePlanes(const JpegSource &jpeg, int eighths,
+                                                          QSize scaledSize, int subsampling) {
+    JpegPlanes planes(scaledSize, subsampling);
+    const bool ok = decode(jpeg, false, [&](jpeg_decompress_struct &d) {
+        if (d.num_components != planes.planeCount())
+            return false;
+        d.raw_data_out = TRUE;
+        d.do_fancy_upsampling = FALSE;
+        d.do_block_smoothing = FALSE;
+        d.out_color_space = d.jpeg_color_space;
+        d.dct_method = JDCT_ISLOW;
+        d.scale_num = unsigned(eighths);
+        d.scale_denom = 8;
+        jpeg_start_decompress(&d);
+        if (QSize(int(d.output_width), int(d.output_height)) != scaledSize)
+            return false;
+
+        JSAMPARRAY rows[MAX_COMPONENTS] = {};
+        int componentRows[MAX_COMPONENTS] = {};
+        for (int c = 0; c < d.num_components; ++c) {
+            const jpeg_component_info &component = d.comp_info[c];
+            componentRows[c] = component.v_samp_factor * component.DCT_scaled_size;
+            rows[c] = (*d.mem->alloc_sarray)(
+                reinterpret_cast<j_common_ptr>(&d), JPOOL_IMAGE,
+                component.width_in_blocks * JDIMENSION(component.DCT_scaled_size),
+                JDIMENSION(componentRows[c]));
+        }
+        const JDIMENSION rowsPerCall = JDIMENSION(d.max_v_samp_factor * d.min_DCT_scaled_size);
+        for (int call = 0; d.output_scanline < d.output_height; ++call) {
+            if (jpeg_read_raw_data(&d, rows, rowsPerCall) == 0)
+                return false;
+            for (int c = 0; c < d.num_components; ++c)
+                copyRows(d.comp_info[c], rows[c], componentRows[c], call, d.min_DCT_scaled_size,
+                         planes, c);
+        }
+        jpeg_finish_decompress(&d);
+        return true;
+    });
+    if (!ok)
+        return std::nullopt;
+    // The codec's padding past the picture is the encoder's to read, when the planes go to it
+    // as they are.
+    planes.replicateEdges();
     return planes;
+}
+
+std::optional<std::vector<std::uint8_t>>
+JpegStreamDecoder::decodePixels(const JpegSource &jpeg, int eighths, QSize scaledSize,
+                                bool cmyk) {
+    const std::size_t channels = cmyk ? 4 : 3;
+    const std::size_t stride = std::size_t(scaledSize.width()) * channels;
+    std::vector<std::uint8_t> pixels(stride * std::size_t(scaledSize.height()));
+    const bool ok = decode(jpeg, false, [&](jpeg_decompress_struct &d) {
+        d.out_color_space = cmyk ? JCS_CMYK : JCS_RGB;
+        d.dct_method = JDCT_ISLOW;
+        d.scale_num = unsigned(eighths);
+        d.scale_denom = 8;
+        jpeg_start_decompress(&d);
+        if (QSize(int(d.output_width), int(d.output_height)) != scaledSize ||
+            std::size_t(d.output_components) != channels)
+            return false;
+        while (d.output_scanline < d.output_height) {
+            JSAMPROW row = pixels.data() + std::size_t(d.output_scanline) * stride;
+            if (jpeg_read_scanlines(&d, &row, 1) != 1)
+                return false;
+        }
+        jpeg_finish_decompress(&d);
+        return true;
+    });
+    if (!ok)
+        return std::nullopt;
+    return pixels;
 }

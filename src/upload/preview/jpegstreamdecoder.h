@@ -3,22 +3,37 @@
 
 #include "jpegplanes.h"
 
+#include <QSize>
 #include <cstdint>
 #include <optional>
-#include <span>
+#include <vector>
 
-// Decodes a progressive JPEG to YCbCr or grey planes at a DCT scale of M/8 through libjpeg,
-// with its coefficients in a JpegCoefficientStore: TurboJPEG would hold every coefficient of
-// the picture in memory. The same rules as the baseline decoder: damaged or missing picture
-// data fails the decode, junk between segments of a complete file does not.
-class ProgressiveJpegDecoder {
+class JpegSource;
+
+// Decodes a JPEG through libjpeg, reading its source as the decoder goes: a file is never held
+// whole. Planes come at a DCT scale of M/8, so a smaller inverse DCT runs per block instead of
+// decoding every pixel and throwing most away. A progressive picture's coefficients, and those
+// of any picture in several scans, go to a JpegCoefficientStore, which bounds their memory.
+// Damaged or missing picture data fails the decode; junk between the segments of a complete
+// file does not.
+class JpegStreamDecoder {
 public:
     // Coefficients kept in memory; the rest of a larger picture's go to a temporary file.
     static constexpr std::size_t residentCoefficientBytes = 48 * 1024 * 1024;
 
-    // Whether the picture's frame is progressive (SOF2), from the markers before it.
-    static bool isProgressive(std::span<const std::uint8_t> jpeg);
-    // Planes of the given layout (TJSAMP value) at the scale.
-    static std::optional<JpegPlanes> decodePlanes(std::span<const std::uint8_t> jpeg, int eighths,
+    struct Header {
+        QSize size;
+        int subsampling = -1; // a TJSAMP value
+        int colorspace = -1;  // a TJCS value
+    };
+    // What the segments before the first scan say; no value for a header with any warning, a
+    // layout of samples no plane set has, or a colour space the codec does not know.
+    static std::optional<Header> readHeader(const JpegSource &jpeg);
+    // Planes of the given layout (TJSAMP value) at the scale, padding included.
+    static std::optional<JpegPlanes> decodePlanes(const JpegSource &jpeg, int eighths,
                                                   QSize scaledSize, int subsampling);
+    // Packed 8-bit RGB, or CMYK as stored, rows without padding.
+    static std::optional<std::vector<std::uint8_t>> decodePixels(const JpegSource &jpeg,
+                                                                 int eighths, QSize scaledSize,
+                                                                 bool cmyk);
 };

@@ -2,6 +2,7 @@
 #include "rawpreview.h"
 
 #include "jpegpreview.h"
+#include "jpegsource.h"
 #include "previewgeometry.h"
 #include "previewrgbscaler.h"
 #include "rawhalfsizedeveloper.h"
@@ -105,8 +106,10 @@ std::optional<QByteArray> RawPreview::renderEmbeddedJpeg(QSize target) {
     if (thumbnail.tformat != LIBRAW_THUMBNAIL_JPEG || thumbnail.thumb == nullptr ||
         thumbnail.tlength == 0)
         return std::nullopt;
-    const JpegPreview jpeg(std::span(reinterpret_cast<const std::uint8_t *>(thumbnail.thumb),
-                                     std::size_t(thumbnail.tlength)));
+    // LibRaw holds the embedded JPEG in memory already: it is decoded from there.
+    const JpegSource source = JpegSource::fromMemory(std::span(
+        reinterpret_cast<const std::uint8_t *>(thumbnail.thumb), std::size_t(thumbnail.tlength)));
+    const JpegPreview jpeg(source);
     if (!jpeg.isValid() || !coversDevelopedFrame(jpeg.size(), m_developedSize, target))
         return std::nullopt;
     std::optional<QByteArray> preview =
