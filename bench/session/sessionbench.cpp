@@ -13,8 +13,12 @@
 //   session_bench --photo FILE --raw-beside RAW --count 20 --rate 1
 //                                                            RAW+JPEG pairs: the JPEG, then a
 //                                                            copy of RAW of the same name
-//   session_bench --make-raw FILE --photo JPEG              a DNG of the JPEG's picture, with
-//                                                            the JPEG embedded as cameras do
+//   session_bench --make-raw FILE --photo JPEG [--width W]  a DNG of the JPEG's picture, with
+//                                                            the JPEG embedded as cameras do,
+//                                                            its sensor W pixels across
+//   session_bench --make-tiff FILE --width W --height H [--deflate]
+//                                                            a 16-bit TIFF of the scene
+//   session_bench --files A,B,C --count 5 --rate 1           photos taken in turn from the list
 //   session_bench --idle-files 10000 [--seconds 30]          the idle run
 #include "apiclient.h"
 #include "benchsession.h"
@@ -24,8 +28,8 @@
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "previewmaker.h"
-#include "rawdngwriter.h"
 #include "scopedpreferences.h"
+#include "sessionphotos.h"
 #include "sessionviewmodel.h"
 #include "shootinguplink.h"
 #include "uploadmanager.h"
@@ -63,50 +67,6 @@ long peakMegabytes()
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_maxrss / 1024;
-}
-
-// `detail` adds texture at the scale a preview keeps (blocks of three pixels), as a busy
-// scene (foliage, a crowd, fabric) has it: its preview is larger, and so is the original.
-int makePhoto(const QString &path, int width, int height, int quality, int detail)
-{
-    QImage image = PhotoGenerator(QSize(width, height), 2026).image8();
-    if (detail > 0) {
-        std::mt19937 random(7);
-        std::uniform_int_distribution<int> texture(-detail, detail);
-        std::vector<int> row(size_t(width / 3 + 1));
-        for (int y = 0; y < height; ++y) {
-            if (y % 3 == 0)
-                for (int &value : row)
-                    value = texture(random);
-            uchar *pixels = image.scanLine(y);
-            for (int x = 0; x < width; ++x)
-                for (int channel = 0; channel < 3; ++channel) {
-                    uchar &value = pixels[3 * x + channel];
-                    value = uchar(std::clamp(int(value) + row[size_t(x / 3)], 0, 255));
-                }
-        }
-    }
-    const QByteArray jpeg = PhotoFiles::encodeJpeg(image, quality);
-    if (!PhotoFiles::writeFile(path, jpeg))
-        return 1;
-    std::printf("wrote %s: %dx%d, %.1f MB\n", qPrintable(path), width, height, double(jpeg.size()) / 1e6);
-    return 0;
-}
-
-// A camera's RAW of the photo: its picture as the sensor's, and the photo itself as the
-// full-size JPEG that modern cameras embed.
-int makeRaw(const QString &path, const QString &photoPath)
-{
-    QFile source(photoPath);
-    if (!source.open(QIODevice::ReadOnly))
-        return 1;
-    const QByteArray jpeg = source.readAll();
-    const QImage picture = PhotoFiles::decodeJpeg(jpeg);
-    if (picture.isNull() || !RawDngWriter::write(path, picture, picture.scaled(256, 171), jpeg))
-        return 1;
-    std::printf("wrote %s: %dx%d, %.1f MB\n", qPrintable(path), picture.width(), picture.height(),
-                double(QFileInfo(path).size()) / 1e6);
-    return 0;
 }
 
 // The machine's speed right now: these virtual cores share their physical ones with other
@@ -150,10 +110,12 @@ struct LatencyRunOptions {
     bool eachPhoto = false;   // every photo's latency, not only the distribution
     bool previewsOnly = false; // done once every preview is registered
     QString rawBeside;         // each photo followed at once by this RAW, of the same name
+    QStringList photos;        // the photos the camera takes in turn; the first is photoPath
 };
 
 int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
 {
+    const QStringList photos = options.photos.isEmpty() ? QStringList{photoPath} : options.photos;
     const int count = options.count;
     const std::optional<double> linkMbit = options.linkMbit;
     printReferencePreview(photoPath);
@@ -165,21 +127,21 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
             std::printf("the link carries %.3f Mbit/s, %.1f %% of its nominal rate\n",
                         *capacity / 1e6, 100.0 * *capacity / (*linkMbit * 1e6));
     }
-    QFile source(photoPath);
-    if (!source.open(QIODevice::ReadOnly))
-        return 1;
-    const QByteArray photo = source.readAll();
-    source.close();
-    QByteArray raw;
-    if (!options.rawBeside.isEmpty()) {
-        QFile rawSource(options.rawBeside);
-        if (!rawSource.open(QIODevice::ReadOnly))
+    // The camera copies each photo from its file, so that the benchmark's own memory does not
+    // grow with the photos'.
+    qint64 photoBytes = 0;
+    for (const QString &path : photos) {
+        if (!QFileInfo(path).isFile())
             return 1;
-        raw = rawSource.readAll();
+        photoBytes += QFileInfo(path).size();
     }
+    photoBytes /= photos.size();
+    const qint64 rawBytes = options.rawBeside.isEmpty() ? 0 : QFileInfo(options.rawBeside).size();
+    if (!options.rawBeside.isEmpty() && !QFileInfo(options.rawBeside).isFile())
+        return 1;
     const QString rawExtension = QFileInfo(options.rawBeside).suffix().toUpper();
     // Each shot's files: one, or a JPEG and its RAW.
-    const int filesPerShot = raw.isEmpty() ? 1 : 2;
+    const int filesPerShot = rawBytes == 0 ? 1 : 2;
 
     Session session;
     if (!session.open(options.servicePort) || !session.start())
@@ -196,19 +158,15 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
             const auto due = std::chrono::milliseconds(startedAt + schedule[size_t(i)]);
             std::this_thread::sleep_until(std::chrono::system_clock::time_point(due));
             const QString name = QStringLiteral("%1/IMG_%2.").arg(folder).arg(i, 4, 10, QLatin1Char('0'));
-            const auto write = [](const QString &path, const QByteArray &bytes) {
-                QFile file(path);
-                if (!file.open(QIODevice::WriteOnly))
-                    return;
-                const qsizetype piece = bytes.size() / 4 + 1;
-                for (qsizetype at = 0; at < bytes.size(); at += piece)
-                    file.write(bytes.constData() + at, std::min(piece, bytes.size() - at));
-            };
-            write(name + QStringLiteral("JPG"), photo);
+            const QString &source = photos[i % photos.size()];
+            const QString extension = options.photos.isEmpty()
+                                          ? QStringLiteral("JPG")
+                                          : QFileInfo(source).suffix().toUpper();
+            SessionPhotos::copyAsCamera(source, name + extension);
             // The latency of a pair is its first file's.
             lastWrite[size_t(i)] = QDateTime::currentMSecsSinceEpoch();
-            if (!raw.isEmpty())
-                write(name + rawExtension, raw);
+            if (rawBytes > 0)
+                SessionPhotos::copyAsCamera(options.rawBeside, name + rawExtension);
         }
         cameraDone = true;
     });
@@ -272,15 +230,15 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     std::sort(latencies.begin(), latencies.end());
     const auto at = [&](double q) { return latencies[std::min(latencies.size() - 1, size_t(q * double(latencies.size())))]; };
     if (options.interval)
-        std::printf("photos: %d of %.1f MB, %.0f to %.0f s apart\n", count, double(photo.size()) / 1e6,
+        std::printf("photos: %d of %.1f MB, %.0f to %.0f s apart\n", count, double(photoBytes) / 1e6,
                     options.interval->first, options.interval->second);
     else
-        std::printf("photos: %d of %.1f MB at %d per second\n", count, double(photo.size()) / 1e6,
-                    options.rate);
-    if (!raw.isEmpty())
+        std::printf("photos: %d of %.1f MB%s at %d per second\n", count, double(photoBytes) / 1e6,
+                    photos.size() > 1 ? " on average" : "", options.rate);
+    if (rawBytes > 0)
         std::printf("each with its RAW of %.1f MB, written right after it: %lld originals stored, "
                     "%lld photos shown\n",
-                    double(raw.size()) / 1e6, manager->fullResUploaded(), manager->uploadedCount());
+                    double(rawBytes) / 1e6, manager->fullResUploaded(), manager->uploadedCount());
     if (preview)
         std::printf("each preview: %lld bytes\n", static_cast<long long>(preview->size()));
     std::printf("previews registered: %zu\n", latencies.size());
@@ -304,7 +262,7 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     }();
     const double originalSeconds = double(allStoredAt - firstRegistered) / 1000.0;
     // A shot's originals, on average: the photo, or the photo and its RAW.
-    const double originalBytes = double(photo.size() + raw.size()) / filesPerShot;
+    const double originalBytes = double(photoBytes + rawBytes) / filesPerShot;
     const double originalMegabits = originalBytes * double(manager->fullResUploaded()) * 8.0 / 1e6;
     if (allStoredAt > 0)
         std::printf("originals: %lld of %.1f MB from the first preview registered to the last stored, "
@@ -384,15 +342,23 @@ int main(int argc, char **argv)
     const QCommandLineOption secondsOption(QStringLiteral("seconds"), QStringLiteral("Idle seconds"), QStringLiteral("s"), QStringLiteral("30"));
     const QCommandLineOption rawBesideOption(QStringLiteral("raw-beside"), QStringLiteral("A RAW written after each photo, of the same name"), QStringLiteral("file"));
     const QCommandLineOption makeRawOption(QStringLiteral("make-raw"), QStringLiteral("Write a DNG of --photo, embedding it"), QStringLiteral("file"));
-    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, qualityOption, detailOption, countOption, rateOption, intervalOption, linkOption, portOption, uplinkOption, previewsOnlyOption, calibrateOption, eachOption, secondsOption, rawBesideOption, makeRawOption});
+    const QCommandLineOption makeTiffOption(QStringLiteral("make-tiff"), QStringLiteral("Write a 16-bit TIFF"), QStringLiteral("file"));
+    const QCommandLineOption deflateOption(QStringLiteral("deflate"), QStringLiteral("Deflate the TIFF"));
+    const QCommandLineOption filesOption(QStringLiteral("files"), QStringLiteral("Latency run with these photos in turn, comma-separated"), QStringLiteral("files"));
+    parser.addOptions({makePhotoOption, photoOption, idleOption, widthOption, heightOption, qualityOption, detailOption, countOption, rateOption, intervalOption, linkOption, portOption, uplinkOption, previewsOnlyOption, calibrateOption, eachOption, secondsOption, rawBesideOption, makeRawOption, makeTiffOption, deflateOption, filesOption});
     parser.process(app);
+    const QSize size(parser.value(widthOption).toInt(), parser.value(heightOption).toInt());
     if (parser.isSet(makeRawOption))
-        return makeRaw(parser.value(makeRawOption), parser.value(photoOption));
+        return SessionPhotos::makeDng(parser.value(makeRawOption), parser.value(photoOption),
+                                      parser.isSet(widthOption) ? size.width() : 0);
+    if (parser.isSet(makeTiffOption))
+        return SessionPhotos::makeTiff(parser.value(makeTiffOption), size,
+                                       parser.isSet(deflateOption));
     if (parser.isSet(makePhotoOption))
-        return makePhoto(parser.value(makePhotoOption), parser.value(widthOption).toInt(),
-                         parser.value(heightOption).toInt(), parser.value(qualityOption).toInt(),
-                         parser.value(detailOption).toInt());
-    if (parser.isSet(photoOption)) {
+        return SessionPhotos::makeJpeg(parser.value(makePhotoOption), size,
+                                       parser.value(qualityOption).toInt(),
+                                       parser.value(detailOption).toInt());
+    if (parser.isSet(photoOption) || parser.isSet(filesOption)) {
         std::optional<std::pair<double, double>> interval;
         if (parser.isSet(intervalOption)) {
             const QStringList bounds = parser.value(intervalOption).split(QLatin1Char('-'));
@@ -412,7 +378,10 @@ int main(int argc, char **argv)
         options.calibrateSeconds = parser.value(calibrateOption).toInt();
         options.eachPhoto = parser.isSet(eachOption);
         options.rawBeside = parser.value(rawBesideOption);
-        return latencyRun(parser.value(photoOption), options);
+        options.photos = parser.value(filesOption).split(QLatin1Char(','), Qt::SkipEmptyParts);
+        return latencyRun(parser.isSet(photoOption) ? parser.value(photoOption)
+                                                    : options.photos.value(0),
+                          options);
     }
     if (parser.isSet(idleOption))
         return idleRun(parser.value(idleOption).toInt(), parser.value(secondsOption).toInt());
