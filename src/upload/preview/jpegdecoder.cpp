@@ -2,7 +2,6 @@
 #include "jpegdecoder.h"
 
 #include "jpegsource.h"
-#include "jpegstreamdecoder.h"
 
 #include <turbojpeg.h>
 
@@ -32,6 +31,11 @@ std::optional<JpegPlanes> JpegDecoder::decodePlanes(int eighths) const {
     if (!hasPlanes())
         return std::nullopt;
     return JpegStreamDecoder::decodePlanes(m_jpeg, eighths, scaledSize(eighths), m_subsampling);
+}
+
+bool JpegDecoder::decodeRows(int eighths, const JpegStreamDecoder::RowSink &sink) const {
+    return hasPlanes() &&
+           JpegStreamDecoder::decodeRows(m_jpeg, eighths, scaledSize(eighths), m_subsampling, sink);
 }
 
 std::optional<std::vector<std::uint8_t>> JpegDecoder::decodeRgb(int eighths) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "jpegplanes.h"
+#include "jpegstreamdecoder.h"
 
 #include <QSize>
 #include <cstdint>
@@ -23,10 +24,14 @@ public:
     // True for YCbCr and grey pictures with a subsampling the codec can hand out as planes;
     // RGB, CMYK and YCCK pictures come out as RGB only.
     bool hasPlanes() const;
+    // The planes' layout, a TJSAMP value.
+    int subsampling() const { return m_subsampling; }
 
     // The size of a decode at M/8, M in 1..8, as the codec rounds it.
     QSize scaledSize(int eighths) const;
     std::optional<JpegPlanes> decodePlanes(int eighths) const;
+    // The same planes a row at a time, none kept (JpegStreamDecoder::decodeRows).
+    bool decodeRows(int eighths, const JpegStreamDecoder::RowSink &sink) const;
     // Packed 8-bit RGB, three bytes a pixel, rows without padding.
     std::optional<std::vector<std::uint8_t>> decodeRgb(int eighths) const;
 

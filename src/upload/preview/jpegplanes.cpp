@@ -16,23 +16,39 @@ JpegPlanes::JpegPlanes(QSize size, int subsampling)
 }
 
 int JpegPlanes::planeCount() const {
-    if (m_subsampling < 0)
-        return 0;
-    return m_subsampling == TJSAMP_GRAY ? 1 : 3;
+    return planeCount(m_subsampling);
 }
 
 int JpegPlanes::horizontalFactor(int plane) const {
-    return plane == 0 ? 1 : tjMCUWidth[m_subsampling] / 8;
+    return horizontalFactor(m_subsampling, plane);
 }
 
 int JpegPlanes::verticalFactor(int plane) const {
-    return plane == 0 ? 1 : tjMCUHeight[m_subsampling] / 8;
+    return verticalFactor(m_subsampling, plane);
 }
 
 QSize JpegPlanes::planeSize(int plane) const {
-    const int across = horizontalFactor(plane);
-    const int down = verticalFactor(plane);
-    return {(m_size.width() + across - 1) / across, (m_size.height() + down - 1) / down};
+    return planeSize(m_size, m_subsampling, plane);
+}
+
+int JpegPlanes::planeCount(int subsampling) {
+    if (subsampling < 0)
+        return 0;
+    return subsampling == TJSAMP_GRAY ? 1 : 3;
+}
+
+int JpegPlanes::horizontalFactor(int subsampling, int plane) {
+    return plane == 0 ? 1 : tjMCUWidth[subsampling] / 8;
+}
+
+int JpegPlanes::verticalFactor(int subsampling, int plane) {
+    return plane == 0 ? 1 : tjMCUHeight[subsampling] / 8;
+}
+
+QSize JpegPlanes::planeSize(QSize size, int subsampling, int plane) {
+    const int across = horizontalFactor(subsampling, plane);
+    const int down = verticalFactor(subsampling, plane);
+    return {(size.width() + across - 1) / across, (size.height() + down - 1) / down};
 }
 
 void JpegPlanes::replicateEdges() {

@@ -28,6 +28,13 @@ public:
     int horizontalFactor(int plane) const;
     int verticalFactor(int plane) const;
 
+    // The same for planes of this size and layout not made (yet): what a decoder hands out row by
+    // row.
+    static int planeCount(int subsampling);
+    static QSize planeSize(QSize size, int subsampling, int plane);
+    static int horizontalFactor(int subsampling, int plane);
+    static int verticalFactor(int subsampling, int plane);
+
     // Repeats the last column and row of every plane into its padding, so the encoder's edge
     // blocks carry no stray content that would cost bits or ring into the picture.
     void replicateEdges();

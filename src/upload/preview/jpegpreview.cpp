@@ -8,8 +8,10 @@
 #include "previewrgbscaler.h"
 #include "resampler.h"
 
+#include <algorithm>
 #include <cstring>
 #include <turbojpeg.h>
+#include <vector>
 
 namespace {
 
@@ -57,34 +59,45 @@ std::optional<QByteArray> JpegPreview::render(QSize target, const PhotoMetadata 
 
 std::optional<QByteArray> JpegPreview::renderPlanes(QSize target, int eighths,
                                                     const PhotoMetadata &metadata) const {
-    std::optional<JpegPlanes> decoded = m_decoder.decodePlanes(eighths);
-    if (!decoded)
-        return std::nullopt;
+    const QSize decodedSize = m_decoder.scaledSize(eighths);
+    const int layout = m_decoder.subsampling();
     const double scaleX = scaleOf(size().width(), eighths, target.width());
     const double scaleY = scaleOf(size().height(), eighths, target.height());
-    const bool sameSize = decoded->size() == target && scaleX == 1.0 && scaleY == 1.0;
-    if (sameSize && decoded->subsampling() == TJSAMP_420)
-        return PreviewEncoder::fromPlanes(*decoded, metadata);
+    const bool sameSize = decodedSize == target && scaleX == 1.0 && scaleY == 1.0;
+    if (sameSize && layout == TJSAMP_420) {
+        std::optional<JpegPlanes> decoded = m_decoder.decodePlanes(eighths);
+        return decoded ? PreviewEncoder::fromPlanes(*decoded, metadata) : std::nullopt;
+    }
 
     // A grey picture still becomes a colour JPEG, with flat chroma, like every other preview.
     JpegPlanes scaled(target, TJSAMP_420);
-    if (decoded->planeCount() == 1)
+    const int planes = JpegPlanes::planeCount(layout);
+    if (planes == 1)
         fillNeutralChroma(scaled);
-    for (int i = 0; i < decoded->planeCount(); ++i) {
+    // Each plane's rows go into its resampler as the decoder gives them: the decode at M/8,
+    // several times the preview's size, is never held whole.
+    std::vector<Resampler> resamplers;
+    resamplers.reserve(std::size_t(planes));
+    for (int i = 0; i < planes; ++i) {
         // Chroma keeps the luma's scale, corrected by how much coarser its samples are in the
         // decode than in the 4:2:0 target; JPEG's centred chroma siting keeps the edges aligned.
         const double planeScaleX =
-            scaleX * scaled.horizontalFactor(i) / decoded->horizontalFactor(i);
-        const double planeScaleY = scaleY * scaled.verticalFactor(i) / decoded->verticalFactor(i);
-        Resampler resampler(decoded->planeSize(i), scaled.planeSize(i), planeScaleX, planeScaleY,
-                            scaled.data(i), scaled.stride(i));
-        const std::uint8_t *source = decoded->data(i);
-        for (int y = 0; y < decoded->planeSize(i).height() && !resampler.isComplete(); ++y)
-            resampler.pushRow(source + std::ptrdiff_t(y) * decoded->stride(i));
-        if (!resampler.isComplete())
-            return std::nullopt;
+            scaleX * scaled.horizontalFactor(i) / JpegPlanes::horizontalFactor(layout, i);
+        const double planeScaleY =
+            scaleY * scaled.verticalFactor(i) / JpegPlanes::verticalFactor(layout, i);
+        resamplers.emplace_back(JpegPlanes::planeSize(decodedSize, layout, i),
+                                scaled.planeSize(i), planeScaleX, planeScaleY, scaled.data(i),
+                                scaled.stride(i));
     }
-    decoded.reset(); // the scaled decode is no longer needed while the encoder runs
+    const bool decoded = m_decoder.decodeRows(eighths, [&](int plane, const std::uint8_t *row) {
+        Resampler &resampler = resamplers[std::size_t(plane)];
+        if (!resampler.isComplete())
+            resampler.pushRow(row);
+    });
+    if (!decoded || !std::all_of(resamplers.begin(), resamplers.end(),
+                                 [](const Resampler &r) { return r.isComplete(); }))
+        return std::nullopt;
+    resamplers.clear();
     scaled.replicateEdges();
     return PreviewEncoder::fromPlanes(scaled, metadata);
 }

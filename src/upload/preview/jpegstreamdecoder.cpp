@@ -114,32 +114,34 @@ int colorspaceOf(J_COLOR_SPACE space) {
     }
 }
 
-// One call's rows of a component into its plane. libjpeg decodes subsampled chroma at a larger
-// DCT scale than luma where that spares it upsampling, so its rows may come at twice (or four
-// times) the plane's resolution; they are then averaged down, block by block.
-void copyRows(const jpeg_component_info &component, JSAMPARRAY rows, int rowCount, int call,
-              int lumaScale, JpegPlanes &planes, int plane) {
+// One call's rows of a component, each handed on as a row of its plane, `extent` samples wide
+// (the last one repeated where the decode is narrower). libjpeg decodes subsampled chroma at a
+// larger DCT scale than luma where that spares it upsampling, so its rows may come at twice (or
+// four times) the plane's resolution; they are then averaged down, block by block, in `out`.
+void handRows(const jpeg_component_info &component, JSAMPARRAY rows, int rowCount, int call,
+              int lumaScale, QSize extent, JSAMPROW out, const JpegStreamDecoder::RowSink &sink,
+              int plane) {
     const int factor = std::max(1, component.DCT_scaled_size / lumaScale);
-    const QSize extent = planes.planeSize(plane);
     const int available = int(component.width_in_blocks) * component.DCT_scaled_size / factor;
     const int width = std::min(extent.width(), available);
     const int area = factor * factor;
     for (int r = 0; r + factor <= rowCount; r += factor) {
         const int y = (call * rowCount + r) / factor;
-        if (y >= extent.height())
+        if (y >= extent.height() || width < 1)
             break;
-        std::uint8_t *out = planes.data(plane) + std::ptrdiff_t(y) * planes.stride(plane);
         if (factor == 1) {
             std::memcpy(out, rows[r], std::size_t(width));
-            continue;
+        } else {
+            for (int x = 0; x < width; ++x) {
+                int sum = 0;
+                for (int dy = 0; dy < factor; ++dy)
+                    for (int dx = 0; dx < factor; ++dx)
+                        sum += rows[r + dy][x * factor + dx];
+                out[x] = JSAMPLE((sum + area / 2) / area);
+            }
         }
-        for (int x = 0; x < width; ++x) {
-            int sum = 0;
-            for (int dy = 0; dy < factor; ++dy)
-                for (int dx = 0; dx < factor; ++dx)
-                    sum += rows[r + dy][x * factor + dx];
-            out[x] = std::uint8_t((sum + area / 2) / area);
-        }
+        std::memset(out + width, out[width - 1], std::size_t(extent.width() - width));
+        sink(plane, out);
     }
 }
 
@@ -196,11 +198,10 @@ std::optional<JpegStreamDecoder::Header> JpegStreamDecoder::readHeader(const Jpe
     return header;
 }
 
-std::optional<JpegPlanes> JpegStreamDecoder::decodePlanes(const JpegSource &jpeg, int eighths,
-                                                          QSize scaledSize, int subsampling) {
-    JpegPlanes planes(scaledSize, subsampling);
-    const bool ok = decode(jpeg, false, [&](jpeg_decompress_struct &d) {
-        if (d.num_components != planes.planeCount())
+bool JpegStreamDecoder::decodeRows(const JpegSource &jpeg, int eighths, QSize scaledSize,
+                                   int subsampling, const RowSink &sink) {
+    return decode(jpeg, false, [&](jpeg_decompress_struct &d) {
+        if (d.num_components != JpegPlanes::planeCount(subsampling))
             return false;
         d.raw_data_out = TRUE;
         d.do_fancy_upsampling = FALSE;
@@ -213,8 +214,10 @@ std::optional<JpegPlanes> JpegStreamDecoder::decodePlanes(const JpegSource &jpeg
         if (QSize(int(d.output_width), int(d.output_height)) != scaledSize)
             return false;
 
+        // From libjpeg's own pools, as everything here: nothing to free on the way out.
         JSAMPARRAY rows[MAX_COMPONENTS] = {};
         int componentRows[MAX_COMPONENTS] = {};
+        QSize extents[MAX_COMPONENTS] = {};
         for (int c = 0; c < d.num_components; ++c) {
             const jpeg_component_info &component = d.comp_info[c];
             componentRows[c] = component.v_samp_factor * component.DCT_scaled_size;
@@ -222,18 +225,37 @@ std::optional<JpegPlanes> JpegStreamDecoder::decodePlanes(const JpegSource &jpeg
                 reinterpret_cast<j_common_ptr>(&d), JPOOL_IMAGE,
                 component.width_in_blocks * JDIMENSION(component.DCT_scaled_size),
                 JDIMENSION(componentRows[c]));
+            extents[c] = JpegPlanes::planeSize(scaledSize, subsampling, c);
         }
+        const JSAMPROW out = (*d.mem->alloc_sarray)(
+            reinterpret_cast<j_common_ptr>(&d), JPOOL_IMAGE,
+            JDIMENSION(std::max(1, scaledSize.width())), 1)[0];
         const JDIMENSION rowsPerCall = JDIMENSION(d.max_v_samp_factor * d.min_DCT_scaled_size);
         for (int call = 0; d.output_scanline < d.output_height; ++call) {
             if (jpeg_read_raw_data(&d, rows, rowsPerCall) == 0)
                 return false;
             for (int c = 0; c < d.num_components; ++c)
-                copyRows(d.comp_info[c], rows[c], componentRows[c], call, d.min_DCT_scaled_size,
-                         planes, c);
+                handRows(d.comp_info[c], rows[c], componentRows[c], call, d.min_DCT_scaled_size,
+                         extents[c], out, sink, c);
         }
         jpeg_finish_decompress(&d);
         return true;
     });
+}
+
+std::optional<JpegPlanes> JpegStreamDecoder::decodePlanes(const JpegSource &jpeg, int eighths,
+                                                          QSize scaledSize, int subsampling) {
+    JpegPlanes planes(scaledSize, subsampling);
+    int rowsIn[3] = {};
+    const bool ok = decodeRows(jpeg, eighths, scaledSize, subsampling,
+                               [&](int plane, const std::uint8_t *row) {
+                                   std::memcpy(planes.data(plane) + std::ptrdiff_t(rowsIn[plane]++) *
+                                                                        planes.stride(plane),
+                                               row, std::size_t(planes.planeSize(plane).width()));
+                               });
+    for (int i = 0; ok && i < planes.planeCount(); ++i)
+        if (rowsIn[i] != planes.planeSize(i).height())
+            return std::nullopt;
     if (!ok)
         return std::nullopt;
     // The codec's padding past the picture is the encoder's to read, when the planes go to it

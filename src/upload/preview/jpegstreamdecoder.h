@@ -5,6 +5,7 @@
 
 #include <QSize>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -29,6 +30,14 @@ public:
     // What the segments before the first scan say; no value for a header with any warning, a
     // layout of samples no plane set has, or a colour space the codec does not know.
     static std::optional<Header> readHeader(const JpegSource &jpeg);
+    // Called with each row of each plane in turn, from the top, as the decode gives it: its
+    // plane's width of samples, valid during the call only.
+    using RowSink = std::function<void(int plane, const std::uint8_t *row)>;
+    // The planes of the given layout (TJSAMP value) at the scale, a row at a time, none kept:
+    // for a reader that scales them as they come. False when the decode fails, which may be
+    // after some rows.
+    static bool decodeRows(const JpegSource &jpeg, int eighths, QSize scaledSize,
+                           int subsampling, const RowSink &sink);
     // Planes of the given layout (TJSAMP value) at the scale, padding included.
     static std::optional<JpegPlanes> decodePlanes(const JpegSource &jpeg, int eighths,
                                                   QSize scaledSize, int subsampling);
