@@ -44,6 +44,8 @@ public:
     const std::shared_ptr<UploadLanes> &lanes() const { return m_lanes; }
     // The session on screen: what its photos' attempts do is counted there.
     void countInto(UploadManager *manager);
+    // Waits until everything written down so far is on disk: before the program quits.
+    void waitForJournal();
 
     // Hands a new photo of the session over: written down, then sent.
     void deliver(qint64 folderId, const QUrl &fileURL);

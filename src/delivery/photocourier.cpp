@@ -34,6 +34,30 @@ std::optional<CrashPoint::Step> crashStep(AttemptStep::Kind kind)
     return std::nullopt;
 }
 
+// The steps the attempt must not go past before they, and everything written before them, are
+// on disk: the photo's hand-over before its first request, the registration before it is sent,
+// the original's permission before its upload, and whatever the photographer is told is done.
+// The preview's permission is not waited for: its commit runs while the preview is stored, and
+// at worst a preview stored just before a power cut is stored again under another key, still
+// registered once.
+bool mustBeOnDisk(const AttemptStep &step)
+{
+    switch (step.kind) {
+    case AttemptStep::Kind::previewMade:
+    case AttemptStep::Kind::registrationSending:
+    case AttemptStep::Kind::previewRegistered:
+    case AttemptStep::Kind::originalPresigned:
+    case AttemptStep::Kind::originalStored:
+    case AttemptStep::Kind::failed:
+        return true;
+    case AttemptStep::Kind::previewPresigned:
+    case AttemptStep::Kind::previewStored:
+    case AttemptStep::Kind::originalRead:
+        break;
+    }
+    return false;
+}
+
 bool serviceAnswered(AttemptStep::Kind kind)
 {
     return kind == AttemptStep::Kind::previewStored ||
@@ -103,16 +127,18 @@ QCoro::Task<PhotoCourier::Outcome> PhotoCourier::carry(Route route, qint64 photo
         Shots *shots = route.shots.data();
         if (taken.kind == AttemptStep::Kind::previewMade && taken.made && shots &&
             !shots->claim(photo)) {
-            writeDown(*route.journal, photo, taken);
             outcome.superseded = true;
             break;
         }
         const std::optional<CrashPoint::Step> crash = crashStep(taken.kind);
+        JournalDatabase &database = route.journal->database();
         if (crash)
-            CrashPoint::before(*crash);
+            CrashPoint::before(*crash, database);
         writeDown(*route.journal, photo, taken);
         if (crash)
-            CrashPoint::after(*crash);
+            CrashPoint::after(*crash, database);
+        if (mustBeOnDisk(taken))
+            co_await database.durable();
 
         taken.applyTo(outcome.progress);
         if (taken.taken)
