@@ -37,11 +37,18 @@ Delivery::Delivery(QObject *parent)
             &Delivery::serviceAnswered);
     connect(m_reachability, &ServiceReachability::reachedAgain, this, &Delivery::reachedAgain);
     const auto offline = [this] {
-        if (!m_owed->isEmpty() && m_status->reason() != DeliveryStatus::Reason::signInNeeded)
-            m_status->setReason(DeliveryStatus::Reason::offline);
+        using Reason = DeliveryStatus::Reason;
+        const Reason now = m_status->reason();
+        if (m_owed->isEmpty() || now == Reason::signInNeeded || now == Reason::networkSignIn)
+            return;
+        // Behind a sign-in page nothing gets through either, and the page is the way out.
+        m_status->setReason(m_reachability->behindCaptivePortal() ? Reason::networkSignIn
+                                                                   : Reason::offline);
     };
     connect(m_reachability, &ServiceReachability::unreachable, this, offline);
     connect(m_reachability, &ServiceReachability::networkLost, this, offline);
+    connect(m_reachability, &ServiceReachability::captivePortalChanged, this,
+            &Delivery::captivePortalChanged);
 }
 
 Delivery::~Delivery() = default;
@@ -193,12 +200,43 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
         return;
     }
     if (m_status->reason() != DeliveryStatus::Reason::signInNeeded) {
-        if (m_status->reason() != DeliveryStatus::Reason::offline)
-            m_status->setReason(DeliveryStatus::Reason::serviceTrouble);
+        m_status->setReason(waitReason(failure));
         m_reachability->startProbing();
         m_owed->retryLater();
     }
     Q_EMIT changed();
+}
+
+DeliveryStatus::Reason Delivery::waitReason(const AttemptFailure &failure) const
+{
+    using Reason = DeliveryStatus::Reason;
+    // A sign-in page in the way explains every other failure.
+    if (failure.cause == AttemptFailure::Cause::networkSignIn ||
+        m_reachability->behindCaptivePortal())
+        return Reason::networkSignIn;
+    // The store answered: whatever was thought of the network, it is there.
+    if (failure.cause == AttemptFailure::Cause::storageRefuses)
+        return Reason::storageRefuses;
+    // What was learnt of why stands until the service is seen answering again.
+    const Reason now = m_status->reason();
+    if (now == Reason::offline || now == Reason::storageRefuses || now == Reason::networkSignIn)
+        return now;
+    return Reason::serviceTrouble;
+}
+
+void Delivery::captivePortalChanged(bool behind)
+{
+    using Reason = DeliveryStatus::Reason;
+    if (behind) {
+        if (m_status->reason() != Reason::signInNeeded && waitingCount() > 0)
+            m_status->setReason(Reason::networkSignIn);
+        return;
+    }
+    // Signed in to the network: what waited goes now.
+    if (m_status->reason() == Reason::networkSignIn)
+        m_status->setReason(Reason::sending);
+    m_owed->resetBackoff();
+    retryNow();
 }
 
 void Delivery::retryNow()
@@ -214,9 +252,11 @@ void Delivery::retryNow()
 void Delivery::serviceAnswered()
 {
     m_owed->resetBackoff();
-    if (m_status->reason() == DeliveryStatus::Reason::offline ||
-        m_status->reason() == DeliveryStatus::Reason::serviceTrouble)
-        m_status->setReason(DeliveryStatus::Reason::sending);
+    using Reason = DeliveryStatus::Reason;
+    const Reason now = m_status->reason();
+    if (now == Reason::offline || now == Reason::serviceTrouble || now == Reason::storageRefuses ||
+        now == Reason::networkSignIn)
+        m_status->setReason(Reason::sending);
     // The service answers again: what waits goes now rather than at its backoff's end.
     if (m_owed->anyDue() && m_status->reason() != DeliveryStatus::Reason::signInNeeded)
         retryNow();

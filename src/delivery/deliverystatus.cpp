@@ -20,18 +20,23 @@ void DeliveryStatus::setReason(Reason reason)
 bool DeliveryStatus::everyOwedPhotoWaits() const
 {
     return m_reason == Reason::offline || m_reason == Reason::serviceTrouble ||
-           m_reason == Reason::signInNeeded;
+           m_reason == Reason::signInNeeded || m_reason == Reason::storageRefuses ||
+           m_reason == Reason::networkSignIn;
 }
 
-QString DeliveryStatus::reasonText() const
+QString DeliveryStatus::reasonText(Reason reason)
 {
-    switch (m_reason) {
+    switch (reason) {
     case Reason::offline:
         return QStringLiteral("sin conexión");
     case Reason::serviceTrouble:
         return QStringLiteral("el servicio no responde");
     case Reason::signInNeeded:
         return QStringLiteral("inicia sesión de nuevo");
+    case Reason::storageRefuses:
+        return QStringLiteral("el almacenamiento rechaza las fotos");
+    case Reason::networkSignIn:
+        return QStringLiteral("la red pide iniciar sesión en el navegador");
     case Reason::none:
     case Reason::sending:
         break;

@@ -15,7 +15,15 @@ class DeliveryStatus : public QObject {
     Q_OBJECT
 public:
     // Why photos wait, as the photographer is told.
-    enum class Reason { none, sending, offline, serviceTrouble, signInNeeded };
+    enum class Reason {
+        none,
+        sending,
+        offline,
+        serviceTrouble,
+        signInNeeded,
+        storageRefuses, // the object store refuses the uploads, and says it is not for time
+        networkSignIn,  // the network holds every connection until a sign-in in the browser
+    };
     Q_ENUM(Reason)
 
     using QObject::QObject;
@@ -25,7 +33,13 @@ public:
     // Whether, for this reason, a photo under way waits as much as one whose attempt failed.
     bool everyOwedPhotoWaits() const;
     // Why photos wait, in the words of the notice: "sin conexión", "enviando"...
-    QString reasonText() const;
+    QString reasonText() const { return reasonText(m_reason); }
+    static QString reasonText(Reason reason);
+    // Whether, for this reason, photos are held back rather than on their way.
+    static bool isTrouble(Reason reason)
+    {
+        return reason != Reason::none && reason != Reason::sending;
+    }
     // "3 fotos en espera — sin conexión"; undefined when none wait.
     QVariant notice(int waiting) const;
 
@@ -33,6 +47,7 @@ public:
     // knows its session.
     void addRefused(qint64 photo, const QString &fileName, bool sessionGone);
     void removeRefused(qint64 photo);
+    int refusedCount() const { return int(m_refused.size()); }
     // "No se pudo enviar: A.JPG, B.JPG y 2 más", preceded by what became of the session when
     // the service no longer knows it; undefined when nothing was refused.
     QVariant refusedNotice() const;
