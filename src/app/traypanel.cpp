@@ -110,7 +110,11 @@ void TrayPanel::showUnder(const QRect &iconGeometry) {
 }
 
 void TrayPanel::showStandalone() {
-    m_window->show();
+    // Back from the taskbar too, where closing it put it.
+    if (m_window->visibility() == QWindow::Minimized)
+        m_window->showNormal();
+    else
+        m_window->show();
     m_window->raise();
     TrayPlatform::activate(*m_window);
 }
