@@ -21,6 +21,7 @@
 #include "devservicefixture.h"
 #include "folderwatcher.h"
 #include "imageresizer.h"
+#include "mainthreadwatch.h"
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "previewmaker.h"
@@ -184,6 +185,7 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     Session session;
     if (!session.open(options.servicePort) || !session.start())
         return 1;
+    const MainThreadWatch mainThread;
 
     // The camera: one photo at each moment of the schedule, each written in four pieces.
     std::vector<std::atomic<qint64>> lastWrite(static_cast<size_t>(count));
@@ -334,6 +336,8 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     std::printf("previews made before their photo was handed over: %lld\n",
                 manager->previews().reusedCount());
     std::printf("peak memory of the process: %ld MB\n", peakMegabytes());
+    std::printf("main thread: longest time away from its event loop %lld ms; %d times over %lld ms\n",
+                mainThread.longestGapMs(), mainThread.blockedTimes(), MainThreadWatch::blockedMs);
     return latencies.size() == size_t(count) &&
                    (options.previewsOnly || manager->fullResUploaded() == filesPerShot * count)
                ? 0

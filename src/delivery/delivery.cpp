@@ -40,10 +40,12 @@ Delivery::Delivery(QObject *parent)
     connect(m_reachability, &ServiceReachability::reachedAgain, this, &Delivery::reachedAgain);
     const auto offline = [this] {
         if (!m_owed->isEmpty())
-            m_status->wentOffline();
+            m_status->wentOffline(m_reachability->behindCaptivePortal());
     };
     connect(m_reachability, &ServiceReachability::unreachable, this, offline);
     connect(m_reachability, &ServiceReachability::networkLost, this, offline);
+    connect(m_reachability, &ServiceReachability::captivePortalChanged, this,
+            &Delivery::captivePortalChanged);
 }
 
 Delivery::~Delivery()
@@ -327,11 +329,21 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
             Q_EMIT signInRequired();
         }
     } else if (!m_status->waitsForSignIn()) {
-        m_status->serviceTroubled();
+        m_status->attemptFailed(failure, m_reachability->behindCaptivePortal());
         m_reachability->startProbing();
         m_owed->retryLater();
     }
     Q_EMIT changed();
+}
+
+void Delivery::captivePortalChanged(bool behind)
+{
+    m_status->behindSignInPage(behind, waitingCount() > 0);
+    if (behind)
+        return;
+    // Signed in to the network: what waited goes now.
+    m_owed->resetBackoff();
+    retryNow();
 }
 
 void Delivery::retryNow()
