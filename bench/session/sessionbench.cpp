@@ -185,7 +185,6 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     Session session;
     if (!session.open(options.servicePort) || !session.start())
         return 1;
-    const MainThreadWatch mainThread;
 
     // The camera: one photo at each moment of the schedule, each written in four pieces.
     std::vector<std::atomic<qint64>> lastWrite(static_cast<size_t>(count));
@@ -226,6 +225,8 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     qint64 seen = -1;
     const std::optional<QByteArray> preview =
         ImageResizer::createPreview(QUrl::fromLocalFile(photoPath));
+    // From here on the main thread is the program's alone: the benchmark only looks.
+    const MainThreadWatch mainThread;
     std::optional<ShootingUplink> shooting;
     if (linkMbit && preview)
         shooting.emplace(options.uplinkDevice, *linkMbit, preview->size());

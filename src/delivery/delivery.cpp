@@ -3,6 +3,7 @@
 
 #include "apiclient.h"
 #include "crashpoint.h"
+#include "deliverylog.h"
 #include "deliveryjournal.h"
 #include "owedphotos.h"
 #include "photocourier.h"
@@ -91,11 +92,15 @@ void Delivery::deliver(qint64 folderId, const QUrl &fileURL)
     qint64 photo = m_journal->addPhoto(folderId, fileURL, file.size(),
                                        file.lastModified().toMSecsSinceEpoch());
     CrashPoint::after(CrashPoint::Step::handedOver, m_journal->database());
+    // Its first request waits for this to be on disk: it gets there while the preview is made.
+    m_journal->database().hurry();
     // Without a journal: sent all the same, and owed for as long as this run lasts.
     if (photo == 0)
         photo = --m_unwritten;
     m_owed->add(photo, {folderId, fileURL, {}, false, false, m_signInEpoch, photo, true, false});
     m_shots->handedOver(photo, folderId, fileURL);
+    qCDebug(deliveryLog, "photo %lld %s: handed over for session %lld", photo,
+            qPrintable(fileURL.fileName()), folderId);
     owedChanged();
     pair(photo);
 }
@@ -119,6 +124,8 @@ void Delivery::paired(qint64 photo, qint64 shot)
         return;
     owed->shot = shot;
     owed->pairing = false;
+    if (shot != photo)
+        qCDebug(deliveryLog, "photo %lld: one shot with photo %lld", photo, shot);
     // One an earlier run left goes with the others of its round, unless it waits for a sign-in.
     if (!owed->waiting || !m_status->waitsForSignIn())
         send(photo);
@@ -163,6 +170,7 @@ void Delivery::send(qint64 photo)
     owed->held = false;
     switch (m_shots->next(photo)) {
     case Shots::Next::wait:
+        qCDebug(deliveryLog, "photo %lld: waits for the preview of its shot", photo);
         owed->held = true;
         return;
     case Shots::Next::noPreview:
@@ -308,6 +316,8 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
     owed.inFlight = false;
     owed.held = false;
     if (!failure.passes()) {
+        qCDebug(deliveryLog, "photo %lld: refused for good: %s", photo,
+                qPrintable(failure.description));
         m_shots->setRefused(photo, true);
         m_status->addRefused(photo, owed.fileURL.fileName(),
                              failure.kind == AttemptFailure::Kind::sessionGone);
@@ -321,6 +331,8 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
         return;
     }
     owed.waiting = true;
+    qCDebug(deliveryLog, "photo %lld: waits to go again: %s", photo,
+            qPrintable(failure.description));
     // A refusal of the token its latest attempt went out under: one from before the latest
     // sign-in is only late news.
     if (failure.kind == AttemptFailure::Kind::signInNeeded && owed.signInEpoch == m_signInEpoch) {
@@ -352,7 +364,10 @@ void Delivery::retryNow()
     if (m_status->waitsForSignIn())
         return;
     // Taken first: an attempt may come back before the next photo is sent.
-    for (const qint64 photo : m_owed->takeDue(m_signInEpoch))
+    const QList<qint64> due = m_owed->takeDue(m_signInEpoch);
+    if (!due.isEmpty())
+        qCDebug(deliveryLog, "%lld photos go again", qlonglong(due.size()));
+    for (const qint64 photo : due)
         send(photo);
 }
 

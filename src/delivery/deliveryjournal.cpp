@@ -29,16 +29,6 @@ const QString photoColumns = QStringLiteral(
     "p.preview_presign, p.base_name, p.captured_ms, p.captured_exact, p.shot, "
     "p.preview_by_partner, p.preview_unmakeable");
 
-QVariant sizeOf(const std::optional<FileStamp> &taken)
-{
-    return taken ? QVariant(taken->size) : QVariant();
-}
-
-QVariant modifiedMsOf(const std::optional<FileStamp> &taken)
-{
-    return taken ? QVariant(taken->modifiedNanoseconds / 1000000) : QVariant();
-}
-
 QVariant encoded(const std::optional<PresignResponse> &presign)
 {
     return presign ? QVariant(presign->encode()) : QVariant();
@@ -140,18 +130,6 @@ void DeliveryJournal::setPreviewByPartner(qint64 photo)
 void DeliveryJournal::setPreviewUnmakeable(qint64 photo, bool unmakeable)
 {
     update(photo, QStringLiteral("preview_unmakeable = ?"), {unmakeable ? 1 : 0});
-}
-
-void DeliveryJournal::setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken)
-{
-    update(photo, QStringLiteral("preview_size = ?, preview_modified_ms = ?"),
-           {sizeOf(taken), modifiedMsOf(taken)});
-}
-
-void DeliveryJournal::setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken)
-{
-    update(photo, QStringLiteral("original_size = ?, original_modified_ms = ?"),
-           {sizeOf(taken), modifiedMsOf(taken)});
 }
 
 void DeliveryJournal::setPreviewPresign(qint64 photo,

@@ -69,8 +69,6 @@ public:
     // The shot's preview is registered, given by another of its files.
     void setPreviewByPartner(qint64 photo);
     void setPreviewUnmakeable(qint64 photo, bool unmakeable);
-    void setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken);
-    void setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken);
     void setPreviewPresign(qint64 photo, const std::optional<PresignResponse> &presign);
     void setPreviewStored(qint64 photo, const StoredPreview &preview);
     void setRegistrationSent(qint64 photo);

@@ -43,6 +43,8 @@ JournalDatabase::JournalDatabase(QObject *parent)
 
 JournalDatabase::~JournalDatabase()
 {
+    if (m_writer)
+        handOver();
     m_writer.reset();
     {
         QSqlDatabase database = QSqlDatabase::database(m_connection, false);
@@ -94,34 +96,47 @@ void JournalDatabase::write(const QString &statement, const QVariantList &values
 {
     if (!m_open)
         return;
-    if (m_grouping) {
-        m_together.append({statement, values});
-        return;
+    m_pending.append({statement, values});
+    // A photo's steps often come several in a turn (its preview stored, its registration about
+    // to go): they make one transaction, one sync.
+    if (!m_handOverPosted) {
+        m_handOverPosted = true;
+        QMetaObject::invokeMethod(this, &JournalDatabase::handOver, Qt::QueuedConnection);
     }
-    m_queued = m_writer->queue({{statement, values}});
 }
 
-void JournalDatabase::writeTogether(const std::function<void()> &writes)
+void JournalDatabase::handOver()
 {
+    m_handOverPosted = false;
+    if (!m_pending.isEmpty())
+        m_queued = m_writer->queue(std::exchange(m_pending, {}));
+}
+
+JournalDatabase::Durable JournalDatabase::durable(Urgency urgency)
+{
+    // Whoever waits holds the journal, which holds this database: it outlives the wait. What
+    // it waits for goes now, not at the end of the turn.
     if (!m_open)
-        return;
-    m_grouping = true;
-    writes();
-    m_grouping = false;
-    if (!m_together.isEmpty())
-        m_queued = m_writer->queue(std::exchange(m_together, {}));
+        return Durable(*this, 0);
+    handOver();
+    if (urgency == Urgency::now && m_committed < m_queued)
+        m_writer->urge(m_queued);
+    return Durable(*this, m_queued);
 }
 
-JournalDatabase::Durable JournalDatabase::durable()
+void JournalDatabase::hurry()
 {
-    // Whoever waits holds the journal, which holds this database: it outlives the wait.
-    return Durable(*this, m_open ? m_queued : 0);
+    if (!m_writer)
+        return;
+    handOver();
+    m_writer->urge(m_queued);
 }
 
 void JournalDatabase::waitForWrites()
 {
     if (!m_writer)
         return;
+    handOver();
     m_writer->waitFor(m_queued);
     // What the writer said on its way is taken in now, not at some later turn.
     QCoreApplication::sendPostedEvents(this);

@@ -20,9 +20,9 @@ class QSqlQuery;
 // The SQLite database the journal lives in, in write-ahead mode: a committed write survives a
 // power cut, and a crash mid-write leaves the previous state whole. It is brought up to the
 // program's schema when opened. Writes go to a writer of their own (JournalWriter), which
-// commits them in groups on its own thread, so the main thread never waits for a disk; whoever
-// must know that what it wrote is on disk before it goes on (a photo handed over, before its
-// first request) awaits durable(). Reads are the main thread's, on a connection of their own,
+// commits them in groups on its own thread, so the main thread never waits for a disk: the
+// writes of one turn of the event loop go as one, and whoever must know that what it wrote is
+// on disk before it goes on (a photo handed over, before its first request) awaits durable(). Reads are the main thread's, on a connection of their own,
 // and see what is on disk. A write it cannot make (a full disk, a read-only file) is told, from
 // the first failure until writes have gone through again for a while. Main thread only.
 class JournalDatabase : public QObject {
@@ -41,15 +41,20 @@ public:
     // while writes go through.
     const std::optional<QString> &writeFailure() const { return m_writeFailure; }
 
-    // Queued; written in order with everything else.
+    // Queued; written in order with everything else, with the other writes of this turn.
     void write(const QString &statement, const QVariantList &values = {});
     // The writes `writes` makes are committed together or not at all.
-    void writeTogether(const std::function<void()> &writes);
-    // co_await: goes on once everything queued so far is on disk, or has failed.
+    void writeTogether(const std::function<void()> &writes) { writes(); }
+    // co_await: goes on once everything queued so far is on disk, or has failed; at once when
+    // asked for now, or when it goes with the next commit somebody waits for.
+    enum class Urgency { now, whenConvenient };
     class Durable;
-    [[nodiscard]] Durable durable();
+    [[nodiscard]] Durable durable(Urgency urgency = Urgency::now);
     // The same, waiting: for closing, and for a test that reads what it wrote.
     void waitForWrites();
+    // Everything queued so far goes to disk now, without waiting for it: what will be waited
+    // for a little later is on disk by then.
+    void hurry();
 
     // A read of what is on disk; rows are taken with next(). False when it fails.
     bool read(QSqlQuery &query, const QString &statement, const QVariantList &values = {}) const;
@@ -64,6 +69,8 @@ Q_SIGNALS:
 
 private:
     void committed(quint64 number, std::optional<QString> failure);
+    // The writes of this turn go to the writer.
+    void handOver();
     void setWriteFailure(std::optional<QString> failure);
 
     QString m_connection;
@@ -71,8 +78,8 @@ private:
     QString m_error;
     std::optional<QString> m_writeFailure;
     std::unique_ptr<JournalWriter> m_writer;
-    QList<std::pair<QString, QVariantList>> m_together;
-    bool m_grouping = false;
+    QList<std::pair<QString, QVariantList>> m_pending;
+    bool m_handOverPosted = false;
     quint64 m_queued = 0;
     quint64 m_committed = 0;
     struct Waiter {

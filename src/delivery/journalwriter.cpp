@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "journalwriter.h"
 
+#include "deliverylog.h"
 #include "journaldatabase.h"
 
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QElapsedTimer>
 #include <QUuid>
 
 JournalWriter::JournalWriter(QString path, Committed committed)
@@ -31,14 +33,26 @@ quint64 JournalWriter::queue(QList<Statement> together)
     {
         const std::lock_guard lock(m_mutex);
         number = ++m_last;
+        if (m_items.empty())
+            m_oldestQueued = std::chrono::steady_clock::now();
         m_items.push_back({number, std::move(together)});
     }
     m_queued.notify_one();
     return number;
 }
 
+void JournalWriter::urge(quint64 number)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_urgedUpTo = std::max(m_urgedUpTo, number);
+    }
+    m_queued.notify_one();
+}
+
 void JournalWriter::waitFor(quint64 number)
 {
+    urge(number);
     std::unique_lock lock(m_mutex);
     m_written.wait(lock, [&] { return m_writtenUpTo >= number; });
 }
@@ -65,12 +79,28 @@ void JournalWriter::run()
             {
                 std::unique_lock lock(m_mutex);
                 m_queued.wait(lock, [&] { return m_stopping || !m_items.empty(); });
+                // Written now when somebody waits for it, else once it has waited long enough.
+                m_queued.wait_until(lock, m_oldestQueued + longestWait, [&] {
+                    return m_stopping || m_urgedUpTo > m_writtenUpTo;
+                });
                 if (m_items.empty())
                     break; // stopping, with nothing left
                 group.swap(m_items);
             }
+            QElapsedTimer took;
+            took.start();
             const std::optional<QString> failed = failure ? failure : commit(connection, group);
             const quint64 upTo = group.back().number;
+            qsizetype statements = 0;
+            for (const Item &item : group)
+                statements += item.statements.size();
+            if (failed)
+                qCWarning(journalLog, "writes %llu to %llu (%lld statements) failed in %lld ms: %s",
+                          group.front().number, upTo, qlonglong(statements), took.elapsed(),
+                          qPrintable(*failed));
+            else
+                qCDebug(journalLog, "writes %llu to %llu (%lld statements) on disk in %lld ms",
+                        group.front().number, upTo, qlonglong(statements), took.elapsed());
             {
                 const std::lock_guard lock(m_mutex);
                 m_writtenUpTo = upTo;

@@ -5,6 +5,7 @@
 #include <QString>
 #include <QVariantList>
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -14,10 +15,13 @@
 #include <utility>
 
 // Writes the journal on a thread of its own. What the main thread queues is written in order
-// and committed in groups: everything queued while one commit is syncing goes into the next, so
-// on a disk that takes tens of milliseconds to sync, one sync carries many steps and nobody on
-// the main thread ever waits for one. Each queued item is numbered; `committed` is told, on this
-// writer's thread, when every item up to a number is on disk or has failed, and why.
+// and committed in groups. A commit is made as soon as somebody waits for a write to be on disk
+// (urge), or when what is queued has waited a quarter of a second: writes nobody waits for ride
+// along with the next that somebody does, and everything queued while one commit is syncing
+// goes into the next. So on a disk that takes tens of milliseconds to sync, one sync carries
+// many steps, and nobody on the main thread ever waits for one. Each queued item is numbered;
+// `committed` is told, on this writer's thread, when every item up to a number is on disk or has
+// failed, and why.
 class JournalWriter {
 public:
     using Statement = std::pair<QString, QVariantList>;
@@ -30,8 +34,12 @@ public:
     JournalWriter(const JournalWriter &) = delete;
     JournalWriter &operator=(const JournalWriter &) = delete;
 
+    static constexpr std::chrono::milliseconds longestWait{250};
+
     // Statements committed together or not at all; the item's number.
     quint64 queue(QList<Statement> together);
+    // Somebody waits for everything up to `number` to be on disk: commit it without lingering.
+    void urge(quint64 number);
     // Blocks until every item up to `number` is written or has failed.
     void waitFor(quint64 number);
 
@@ -52,6 +60,8 @@ private:
     std::deque<Item> m_items;
     quint64 m_last = 0;
     quint64 m_writtenUpTo = 0;
+    quint64 m_urgedUpTo = 0;
+    std::chrono::steady_clock::time_point m_oldestQueued;
     bool m_stopping = false;
     std::thread m_thread;
 };
