@@ -3,7 +3,7 @@
 # Homebrew and the libraries' own installs ship one), CMake's own Find module where there is one,
 # pkg-config only where neither is there. Whatever found them, the build links the same target
 # names: TIFF::TIFF, PNG::PNG, libjpeg-turbo::turbojpeg, libjpeg-turbo::jpeg, lcms2::lcms2,
-# LibRaw::LibRaw and, for devservice only, httplib::httplib.
+# LibRaw::LibRaw, QRencode::QRencode and, for devservice only, httplib::httplib.
 include_guard(GLOBAL)
 
 # A target of the library's own name over what pkg-config found, when nothing else found it.
@@ -25,21 +25,30 @@ if(NOT TARGET libjpeg-turbo::turbojpeg)
   quillmere_pkg_config_target(libjpeg-turbo::jpeg libjpeg)
 endif()
 
-# Little CMS ships no CMake file of its own: vcpkg's package where there is one, else its header
-# and library where the compiler looks (Debian, Homebrew), pkg-config only after that.
+# A library that ships no CMake file of its own: its header and library where the compiler looks
+# (Debian, Homebrew, vcpkg's installed tree), pkg-config only after that.
+function(quillmere_find_plain_library target header pkg_module)
+  string(MAKE_C_IDENTIFIER "${target}" id)
+  find_path(${id}_INCLUDE_DIR ${header})
+  find_library(${id}_LIBRARY NAMES ${ARGN})
+  mark_as_advanced(${id}_INCLUDE_DIR ${id}_LIBRARY)
+  if(${id}_INCLUDE_DIR AND ${id}_LIBRARY)
+    add_library(${target} UNKNOWN IMPORTED GLOBAL)
+    set_target_properties(${target} PROPERTIES IMPORTED_LOCATION "${${id}_LIBRARY}"
+                          INTERFACE_INCLUDE_DIRECTORIES "${${id}_INCLUDE_DIR}")
+  else()
+    quillmere_pkg_config_target(${target} ${pkg_module})
+  endif()
+endfunction()
+
+# Little CMS: vcpkg's package where there is one, else as a plain library.
 find_package(lcms2 CONFIG QUIET)
 if(NOT TARGET lcms2::lcms2)
-  find_path(LCMS2_INCLUDE_DIR lcms2.h)
-  find_library(LCMS2_LIBRARY NAMES lcms2 liblcms2)
-  mark_as_advanced(LCMS2_INCLUDE_DIR LCMS2_LIBRARY)
-  if(LCMS2_INCLUDE_DIR AND LCMS2_LIBRARY)
-    add_library(lcms2::lcms2 UNKNOWN IMPORTED GLOBAL)
-    set_target_properties(lcms2::lcms2 PROPERTIES IMPORTED_LOCATION "${LCMS2_LIBRARY}"
-                          INTERFACE_INCLUDE_DIRECTORIES "${LCMS2_INCLUDE_DIR}")
-  else()
-    quillmere_pkg_config_target(lcms2::lcms2 lcms2)
-  endif()
+  quillmere_find_plain_library(lcms2::lcms2 lcms2.h lcms2 lcms2 liblcms2)
 endif()
+
+# libqrencode, for the QR codes of the links.
+quillmere_find_plain_library(QRencode::QRencode qrencode.h libqrencode qrencode libqrencode)
 
 # LibRaw has no package of its own: cmake/FindLibRaw.cmake. 0.20 to 0.22 are the versions the
 # sources handle (see rawpreview.cpp); a later one is tried, with a warning.

@@ -16,10 +16,11 @@ endif()
 # each found where this build found its library; LibRaw's are a folder of their own.
 set(headers "")
 foreach(header tiff.h tiffio.h tiffconf.h tiffvers.h jpeglib.h jerror.h jmorecfg.h jconfig.h
-               turbojpeg.h png.h pngconf.h pnglibconf.h lcms2.h)
+               turbojpeg.h png.h pngconf.h pnglibconf.h lcms2.h qrencode.h)
   string(MAKE_C_IDENTIFIER "${header}" id)
   find_file(QUILLMERE_WINDOWS_HEADER_${id} ${header}
-    HINTS ${TIFF_INCLUDE_DIRS} ${PNG_INCLUDE_DIRS} ${LibRaw_INCLUDE_DIR})
+    HINTS ${TIFF_INCLUDE_DIRS} ${PNG_INCLUDE_DIRS} ${LibRaw_INCLUDE_DIR}
+          ${QRencode__QRencode_INCLUDE_DIR} ${lcms2__lcms2_INCLUDE_DIR})
   mark_as_advanced(QUILLMERE_WINDOWS_HEADER_${id})
   if(QUILLMERE_WINDOWS_HEADER_${id})
     list(APPEND headers "${QUILLMERE_WINDOWS_HEADER_${id}}")

@@ -25,6 +25,7 @@
 #include "devservicefixture.h"
 #include "folderwatcher.h"
 #include "imageresizer.h"
+#include "mainthreadwatch.h"
 #include "photofiles.h"
 #include "photogenerator.h"
 #include "previewmaker.h"
@@ -182,6 +183,8 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     qint64 seen = -1;
     const std::optional<QByteArray> preview =
         ImageResizer::createPreview(QUrl::fromLocalFile(photoPath));
+    // From here on the main thread is the program's alone: the benchmark only looks.
+    const MainThreadWatch mainThread;
     std::optional<ShootingUplink> shooting;
     if (linkMbit && preview)
         shooting.emplace(options.uplinkDevice, *linkMbit, preview->size());
@@ -292,6 +295,8 @@ int latencyRun(const QString &photoPath, const LatencyRunOptions &options)
     std::printf("previews made before their photo was handed over: %lld\n",
                 manager->previews().reusedCount());
     std::printf("peak memory of the process: %ld MB\n", peakMegabytes());
+    std::printf("main thread: longest time away from its event loop %lld ms; %d times over %lld ms\n",
+                mainThread.longestGapMs(), mainThread.blockedTimes(), MainThreadWatch::blockedMs);
     return latencies.size() == size_t(count) &&
                    (options.previewsOnly || manager->fullResUploaded() == filesPerShot * count)
                ? 0

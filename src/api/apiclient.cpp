@@ -8,6 +8,7 @@
 #include "multipartformbody.h"
 #include "oneshotbody.h"
 #include "preferences.h"
+#include "signinpage.h"
 #include "systemproxy.h"
 #include "transporterror.h"
 
@@ -214,6 +215,11 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
         throw TransportError(reply->error(), reply->errorString());
     if (!status.isValid())
         throw APIError(failureCase);
+    // Whatever the endpoint's status test, an answer from a network's sign-in page is no answer
+    // of the service's: not even a success.
+    if (SignInPage::answered(request.url(), status.toInt(), reply->rawHeader("Content-Type"),
+                             reply->rawHeader("Location"), replyBody))
+        throw APIError::signInPage(failureCase, status.toInt());
     co_return HttpResult{status.toInt(), std::move(replyBody)};
 }
 
@@ -350,6 +356,10 @@ QCoro::Task<QString> APIClient::store(PresignResponse presign, RequestBody file,
              Resend::whenUnanswered);
     const HttpResult result =
         co_await pending;
+    // A refusal says whether the permission ran out or was refused for another reason: what
+    // is done next differs.
+    if (result.status == 403)
+        throw APIError(APIError::uploadFailed, result.status, StorageRefusal::read(result.body));
     if (!isSuccess2xx(result.status))
         throw APIError(APIError::uploadFailed, result.status);
     co_return QStringLiteral("https://") + presign.host.value_or(m_defaultStorageHost) +

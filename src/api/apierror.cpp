@@ -7,6 +7,27 @@ APIError::APIError(Case errorCase, int httpStatus)
 {
 }
 
+APIError::APIError(Case errorCase, int httpStatus, std::optional<StorageRefusal> storageRefusal)
+    : m_case(errorCase)
+    , m_httpStatus(httpStatus)
+    , m_storageRefusal(std::move(storageRefusal))
+{
+}
+
+APIError APIError::signInPage(Case errorCase, int httpStatus)
+{
+    APIError error(errorCase, httpStatus);
+    error.m_signInPage = true;
+    return error;
+}
+
+QString APIError::localizedDescription() const
+{
+    if (m_signInPage)
+        return QStringLiteral("La red pide iniciar sesión en el navegador");
+    return errorDescription();
+}
+
 QString APIError::errorDescription(Case errorCase)
 {
     switch (errorCase) {

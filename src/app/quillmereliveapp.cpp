@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "quillmereliveapp.h"
 
+#include "desktopnotifier.h"
 #include "folderpanel.h"
 #include "passwordfieldaccessible.h"
 #include "progressaccessible.h"
@@ -72,6 +73,9 @@ bool QuillmereLiveApp::start() {
     if (TestTrace::enabled())
         m_trace = std::make_unique<TestTrace>(m_viewModel, window);
 #endif
+    m_notifier = std::make_unique<DesktopNotifier>(m_viewModel);
+    connect(m_notifier.get(), &DesktopNotifier::openRequested, this,
+            &QuillmereLiveApp::openPanel);
     connect(m_trayWatch.get(), &TrayHostWatch::availableChanged, this,
             &QuillmereLiveApp::useTray);
     useTray(m_trayWatch->available());
@@ -84,6 +88,7 @@ void QuillmereLiveApp::useTray(bool available) {
         m_trace->reportShell(available);
 #endif
     if (!available) {
+        m_notifier->setTrayIcon(nullptr);
         m_statusItem.reset();
         m_panel->setMode(TrayPanel::Mode::standalone);
         // The window is the only way in now.
@@ -97,6 +102,14 @@ void QuillmereLiveApp::useTray(bool available) {
             &TrayPanel::showUnder);
     connect(m_statusItem.get(), &StatusItem::quitRequested, m_quit.get(),
             &QuitConfirmation::request, Qt::QueuedConnection);
+    m_notifier->setTrayIcon(&m_statusItem->trayIcon());
+}
+
+void QuillmereLiveApp::openPanel() {
+    if (m_statusItem)
+        m_panel->showUnder(m_statusItem->trayIcon().geometry());
+    else
+        m_panel->showStandalone();
 }
 
 std::optional<QUrl> QuillmereLiveApp::chooseFolder(const QString &prompt) {

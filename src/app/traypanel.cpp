@@ -64,8 +64,10 @@ bool TrayPanel::eventFilter(QObject *watched, QEvent *event) {
         m_window->showMinimized();
         return true;
     }
+    // What the screen has open (a QR code) is closed by Escape first, by the screen itself.
     if (m_mode == Mode::underTrayIcon && event->type() == QEvent::KeyPress &&
-        static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+        static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape &&
+        !m_window->property("holdsEscape").toBool()) {
         hide();
         return true;
     }
@@ -108,7 +110,11 @@ void TrayPanel::showUnder(const QRect &iconGeometry) {
 }
 
 void TrayPanel::showStandalone() {
-    m_window->show();
+    // Back from the taskbar too, where closing it put it.
+    if (m_window->visibility() == QWindow::Minimized)
+        m_window->showNormal();
+    else
+        m_window->show();
     m_window->raise();
     TrayPlatform::activate(*m_window);
 }

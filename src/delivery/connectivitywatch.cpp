@@ -32,6 +32,21 @@ ConnectivityWatch::ConnectivityWatch(QObject *parent)
                     else
                         Q_EMIT networkLost();
                 });
+        // Venue Wi-Fi that wants a sign-in page first, where the backend can tell (NetworkManager's
+        // connectivity check, the system's on macOS and Windows).
+        if (information->supports(QNetworkInformation::Feature::CaptivePortal)) {
+            m_behindCaptivePortal = information->isBehindCaptivePortal();
+            connect(information, &QNetworkInformation::isBehindCaptivePortalChanged, this,
+                    [this](bool behind) {
+                        if (behind == m_behindCaptivePortal)
+                            return;
+                        m_behindCaptivePortal = behind;
+                        Q_EMIT captivePortalChanged(behind);
+                        // Signed in at last: what waited may go now.
+                        if (!behind)
+                            Q_EMIT networkMayBeBack();
+                    });
+        }
     }
     m_monotonic.start();
     m_lastWallMs = QDateTime::currentMSecsSinceEpoch();

@@ -18,10 +18,13 @@ public:
 
     // False only when the platform says for certain that there is no network.
     bool maybeOnline() const { return m_maybeOnline; }
+    // The platform says the network holds connections until a sign-in in the browser.
+    bool behindCaptivePortal() const { return m_behindCaptivePortal; }
 
 Q_SIGNALS:
     void networkMayBeBack();
     void networkLost();
+    void captivePortalChanged(bool behind);
 
 private:
     void checkForWake();
@@ -31,4 +34,5 @@ private:
     qint64 m_lastWallMs = 0;
     qint64 m_lastMonotonicMs = 0;
     bool m_maybeOnline = true;
+    bool m_behindCaptivePortal = false;
 };

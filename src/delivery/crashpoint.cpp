@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "crashpoint.h"
 
+#include "journaldatabase.h"
+
 #include <csignal>
 #include <cstdlib>
 
 namespace {
 
 #if QUILLMERE_TEST_SWITCHES
-void dieIfAsked(const QString &when, CrashPoint::Step step)
+void dieIfAsked(const QString &when, CrashPoint::Step step, JournalDatabase &journal)
 {
     static const QString asked = qEnvironmentVariable("QUILLMERE_TEST_CRASH_AT");
     if (asked.isEmpty() || asked != when + QLatin1Char(':') + CrashPoint::name(step))
         return;
+    journal.waitForWrites();
 #ifdef SIGKILL
     std::raise(SIGKILL);
 #endif
@@ -42,16 +45,16 @@ QString CrashPoint::name(Step step)
     return QStringLiteral("originalStored");
 }
 
-void CrashPoint::before([[maybe_unused]] Step step)
+void CrashPoint::before([[maybe_unused]] Step step, [[maybe_unused]] JournalDatabase &journal)
 {
 #if QUILLMERE_TEST_SWITCHES
-    dieIfAsked(QStringLiteral("before"), step);
+    dieIfAsked(QStringLiteral("before"), step, journal);
 #endif
 }
 
-void CrashPoint::after([[maybe_unused]] Step step)
+void CrashPoint::after([[maybe_unused]] Step step, [[maybe_unused]] JournalDatabase &journal)
 {
 #if QUILLMERE_TEST_SWITCHES
-    dieIfAsked(QStringLiteral("after"), step);
+    dieIfAsked(QStringLiteral("after"), step, journal);
 #endif
 }

@@ -3,6 +3,7 @@
 
 #include "apiclient.h"
 #include "crashpoint.h"
+#include "deliverylog.h"
 #include "deliveryjournal.h"
 #include "owedphotos.h"
 #include "photocourier.h"
@@ -40,13 +41,22 @@ Delivery::Delivery(QObject *parent)
     connect(m_reachability, &ServiceReachability::reachedAgain, this, &Delivery::reachedAgain);
     const auto offline = [this] {
         if (!m_owed->isEmpty())
-            m_status->wentOffline();
+            m_status->wentOffline(m_reachability->behindCaptivePortal());
     };
     connect(m_reachability, &ServiceReachability::unreachable, this, offline);
     connect(m_reachability, &ServiceReachability::networkLost, this, offline);
+    connect(m_reachability, &ServiceReachability::captivePortalChanged, this,
+            &Delivery::captivePortalChanged);
 }
 
-Delivery::~Delivery() = default;
+Delivery::~Delivery()
+{
+    // Attempts still under way hold the journal and go on writing to it as long as the program
+    // runs; what was written until now is on disk before the program goes.
+    waitForJournal();
+}
+
+void Delivery::waitForJournal() { m_journal->database().waitForWrites(); }
 
 SessionJournal &Delivery::sessions() { return m_journal->sessions(); }
 
@@ -77,15 +87,20 @@ void Delivery::deliver(qint64 folderId, const QUrl &fileURL)
 {
     // Written down before the first request, so that a photo is owed from the moment it is
     // handed over, whatever happens next.
-    CrashPoint::before(CrashPoint::Step::handedOver);
+    CrashPoint::before(CrashPoint::Step::handedOver, m_journal->database());
     const QFileInfo file(fileURL.toLocalFile());
     qint64 photo = m_journal->addPhoto(folderId, fileURL, file.size(),
                                        file.lastModified().toMSecsSinceEpoch());
-    CrashPoint::after(CrashPoint::Step::handedOver);
-    // Not written down: sent all the same, and owed for as long as this run lasts.
+    CrashPoint::after(CrashPoint::Step::handedOver, m_journal->database());
+    // Its first request waits for this to be on disk: it gets there while the preview is made.
+    m_journal->database().hurry();
+    // Without a journal: sent all the same, and owed for as long as this run lasts.
     if (photo == 0)
         photo = --m_unwritten;
     m_owed->add(photo, {folderId, fileURL, {}, false, false, m_signInEpoch, photo, true, false});
+    m_shots->handedOver(photo, folderId, fileURL);
+    qCDebug(deliveryLog, "photo %lld %s: handed over for session %lld", photo,
+            qPrintable(fileURL.fileName()), folderId);
     owedChanged();
     pair(photo);
 }
@@ -94,13 +109,12 @@ void Delivery::pair(qint64 photo)
 {
     // Found at once for a photo whose name no older file of the session has: it goes in this
     // same turn.
-    [](QPointer<Delivery> self, std::shared_ptr<DeliveryJournal> journal,
-       qint64 number) -> QCoro::Task<> {
-        QCoro::Task<qint64> finding = Shots::find(std::move(journal), number);
+    [](QPointer<Delivery> self, qint64 number) -> QCoro::Task<> {
+        QCoro::Task<qint64> finding = self->m_shots->find(number);
         const qint64 shot = co_await finding;
         if (Delivery *delivery = self.data())
             delivery->paired(number, shot);
-    }(QPointer<Delivery>(this), m_journal, photo);
+    }(QPointer<Delivery>(this), photo);
 }
 
 void Delivery::paired(qint64 photo, qint64 shot)
@@ -110,6 +124,8 @@ void Delivery::paired(qint64 photo, qint64 shot)
         return;
     owed->shot = shot;
     owed->pairing = false;
+    if (shot != photo)
+        qCDebug(deliveryLog, "photo %lld: one shot with photo %lld", photo, shot);
     // One an earlier run left goes with the others of its round, unless it waits for a sign-in.
     if (!owed->waiting || !m_status->waitsForSignIn())
         send(photo);
@@ -126,6 +142,7 @@ void Delivery::resumeOwed()
         m_owed->add(photo.id, {photo.folderId, photo.fileURL, photo.progress, false, true,
                                m_signInEpoch, photo.shot > 0 ? photo.shot : photo.id, !paired,
                                false});
+        m_shots->handedOver(photo.id, photo.folderId, photo.fileURL);
         if (!paired)
             pair(photo.id);
     }
@@ -153,6 +170,7 @@ void Delivery::send(qint64 photo)
     owed->held = false;
     switch (m_shots->next(photo)) {
     case Shots::Next::wait:
+        qCDebug(deliveryLog, "photo %lld: waits for the preview of its shot", photo);
         owed->held = true;
         return;
     case Shots::Next::noPreview:
@@ -161,6 +179,7 @@ void Delivery::send(qint64 photo)
     case Shots::Next::joined:
         // Its shot's preview came from another of its files: this file's original is due.
         m_journal->setPreviewByPartner(photo);
+        m_shots->joined(photo);
         owed->progress.previewRegistered = true;
         if (UploadManager *counters = countersFor(owed->folderId))
             counters->countOriginalDue();
@@ -239,6 +258,7 @@ void Delivery::previewFailed(qint64 photo, const AttemptFailure &failure,
     // its shot gives the preview: it waits for that, rather than being refused.
     if (failure.kind == AttemptFailure::Kind::undecodable && photo > 0) {
         m_journal->setPreviewUnmakeable(photo, true);
+        m_shots->setUnmakeable(photo, true);
         if (m_shots->anotherCanMakePreview(photo)) {
             m_owed->find(photo)->held = true;
             release(m_shots->gaveUp(photo));
@@ -258,15 +278,19 @@ void Delivery::release(const QList<qint64> &photos)
 
 void Delivery::shotRegistered(qint64 photo)
 {
-    for (const JournalPhoto &file : m_shots->registered(photo)) {
-        if (!m_owed->contains(file.id)) {
+    for (const qint64 partner : m_shots->registered(photo)) {
+        if (!m_owed->contains(partner)) {
             // Refused when no file of its own could give a preview: its original goes now.
-            m_journal->setRefusalLifted(file.id);
-            m_status->removeRefused(file.id);
-            m_owed->add(file.id, {file.folderId, file.fileURL, file.progress, false, false,
+            const std::optional<JournalPhoto> file = m_journal->photo(partner);
+            if (!file)
+                continue;
+            m_journal->setRefusalLifted(partner);
+            m_shots->setRefused(partner, false);
+            m_status->removeRefused(partner);
+            m_owed->add(partner, {file->folderId, file->fileURL, file->progress, false, false,
                                   m_signInEpoch, m_owed->find(photo)->shot, false, false});
         }
-        send(file.id);
+        send(partner);
     }
     owedChanged();
 }
@@ -292,6 +316,9 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
     owed.inFlight = false;
     owed.held = false;
     if (!failure.passes()) {
+        qCDebug(deliveryLog, "photo %lld: refused for good: %s", photo,
+                qPrintable(failure.description));
+        m_shots->setRefused(photo, true);
         m_status->addRefused(photo, owed.fileURL.fileName(),
                              failure.kind == AttemptFailure::Kind::sessionGone);
         // A file that could not be read or decoded may be one still being written: it gets
@@ -304,6 +331,8 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
         return;
     }
     owed.waiting = true;
+    qCDebug(deliveryLog, "photo %lld: waits to go again: %s", photo,
+            qPrintable(failure.description));
     // A refusal of the token its latest attempt went out under: one from before the latest
     // sign-in is only late news.
     if (failure.kind == AttemptFailure::Kind::signInNeeded && owed.signInEpoch == m_signInEpoch) {
@@ -312,11 +341,21 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
             Q_EMIT signInRequired();
         }
     } else if (!m_status->waitsForSignIn()) {
-        m_status->serviceTroubled();
+        m_status->attemptFailed(failure, m_reachability->behindCaptivePortal());
         m_reachability->startProbing();
         m_owed->retryLater();
     }
     Q_EMIT changed();
+}
+
+void Delivery::captivePortalChanged(bool behind)
+{
+    m_status->behindSignInPage(behind, waitingCount() > 0);
+    if (behind)
+        return;
+    // Signed in to the network: what waited goes now.
+    m_owed->resetBackoff();
+    retryNow();
 }
 
 void Delivery::retryNow()
@@ -325,7 +364,10 @@ void Delivery::retryNow()
     if (m_status->waitsForSignIn())
         return;
     // Taken first: an attempt may come back before the next photo is sent.
-    for (const qint64 photo : m_owed->takeDue(m_signInEpoch))
+    const QList<qint64> due = m_owed->takeDue(m_signInEpoch);
+    if (!due.isEmpty())
+        qCDebug(deliveryLog, "%lld photos go again", qlonglong(due.size()));
+    for (const qint64 photo : due)
         send(photo);
 }
 
@@ -354,6 +396,8 @@ void Delivery::takeAgain(qint64 photo)
         // Written again, it may well give a preview now.
         m_journal->setRefusalLifted(photo);
         m_journal->setPreviewUnmakeable(photo, false);
+        m_shots->setRefused(photo, false);
+        m_shots->setUnmakeable(photo, false);
         m_status->removeRefused(photo);
     } else if (written->originalStored) {
         m_journal->setOriginalResend(photo);

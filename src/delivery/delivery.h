@@ -44,6 +44,8 @@ public:
     const std::shared_ptr<UploadLanes> &lanes() const { return m_lanes; }
     // The session on screen: what its photos' attempts do is counted there.
     void countInto(UploadManager *manager);
+    // Waits until everything written down so far is on disk: before the program quits.
+    void waitForJournal();
 
     // Hands a new photo of the session over: written down, then sent.
     void deliver(qint64 folderId, const QUrl &fileURL);
@@ -62,6 +64,7 @@ public:
     QVariant notice() const { return m_status->notice(waitingCount()); }
     // The photos a refusal that will not change ended, by name; undefined when none.
     QVariant refusedNotice() const { return m_status->refusedNotice(); }
+    int refusedCount() const { return m_status->refusedCount(); }
     // That the journal cannot be written, and what that means; undefined while it can.
     QVariant journalNotice() const { return m_status->journalNotice(); }
     // What quitting now would leave undelivered; undefined when nothing would be.
@@ -90,6 +93,8 @@ private:
     void release(const QList<qint64> &photos);
     void delivered(qint64 photo, const std::optional<FileStamp> &taken);
     void failed(qint64 photo, const AttemptFailure &failure, const std::optional<FileStamp> &taken);
+    // Why photos wait after this failure, as the photographer is told.
+    void captivePortalChanged(bool behind);
     void retryNow();
     void serviceAnswered();
     void reachedAgain();

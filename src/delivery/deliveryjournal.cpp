@@ -2,6 +2,7 @@
 #include "deliveryjournal.h"
 
 #include <QDateTime>
+#include <algorithm>
 #include <QFileInfo>
 #include <QSqlQuery>
 #include <QStandardPaths>
@@ -27,16 +28,6 @@ const QString photoColumns = QStringLiteral(
     "p.original_stored_at, p.refusal, p.original_presign, p.original_resend, "
     "p.preview_presign, p.base_name, p.captured_ms, p.captured_exact, p.shot, "
     "p.preview_by_partner, p.preview_unmakeable");
-
-QVariant sizeOf(const std::optional<FileStamp> &taken)
-{
-    return taken ? QVariant(taken->size) : QVariant();
-}
-
-QVariant modifiedMsOf(const std::optional<FileStamp> &taken)
-{
-    return taken ? QVariant(taken->modifiedNanoseconds / 1000000) : QVariant();
-}
 
 QVariant encoded(const std::optional<PresignResponse> &presign)
 {
@@ -79,6 +70,13 @@ bool DeliveryJournal::open(const QString &path)
 {
     if (!m_database.open(path))
         return false;
+    QSqlQuery numbered = m_database.query();
+    if (m_database.read(numbered, QStringLiteral("SELECT MAX(seq) FROM sqlite_sequence WHERE "
+                                                 "name = 'photos' UNION ALL SELECT MAX(id) FROM "
+                                                 "photos"))) {
+        while (numbered.next())
+            m_lastPhoto = std::max(m_lastPhoto, numbered.value(0).toLongLong());
+    }
     // A failure here is told like any other write's; the journal is still of use.
     m_database.write(QStringLiteral("DELETE FROM photos WHERE original_stored_at < ? AND "
                                     "folder_id NOT IN (SELECT folder_id FROM sessions WHERE "
@@ -91,11 +89,15 @@ bool DeliveryJournal::open(const QString &path)
 qint64 DeliveryJournal::addPhoto(qint64 folderId, const QUrl &fileURL, qint64 size,
                                  qint64 modifiedMs)
 {
-    return m_database.insert(
-        QStringLiteral("INSERT INTO photos (folder_id, path, size, modified_ms, handed_at, "
-                       "base_name) VALUES (?, ?, ?, ?, ?, ?)"),
-        {folderId, fileURL.toLocalFile(), size, modifiedMs, now(),
+    if (!m_database.isOpen())
+        return 0;
+    const qint64 photo = ++m_lastPhoto;
+    m_database.write(
+        QStringLiteral("INSERT INTO photos (id, folder_id, path, size, modified_ms, handed_at, "
+                       "base_name) VALUES (?, ?, ?, ?, ?, ?, ?)"),
+        {photo, folderId, fileURL.toLocalFile(), size, modifiedMs, now(),
          QFileInfo(fileURL.fileName()).completeBaseName()});
+    return photo;
 }
 
 void DeliveryJournal::update(qint64 photo, const QString &assignments, QVariantList values)
@@ -128,18 +130,6 @@ void DeliveryJournal::setPreviewByPartner(qint64 photo)
 void DeliveryJournal::setPreviewUnmakeable(qint64 photo, bool unmakeable)
 {
     update(photo, QStringLiteral("preview_unmakeable = ?"), {unmakeable ? 1 : 0});
-}
-
-void DeliveryJournal::setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken)
-{
-    update(photo, QStringLiteral("preview_size = ?, preview_modified_ms = ?"),
-           {sizeOf(taken), modifiedMsOf(taken)});
-}
-
-void DeliveryJournal::setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken)
-{
-    update(photo, QStringLiteral("original_size = ?, original_modified_ms = ?"),
-           {sizeOf(taken), modifiedMsOf(taken)});
 }
 
 void DeliveryJournal::setPreviewPresign(qint64 photo,
@@ -251,12 +241,7 @@ QList<JournalPhoto> DeliveryJournal::refused(qint64 folderId) const
     return select(QStringLiteral("p.folder_id = ? AND p.refusal IS NOT NULL"), {folderId});
 }
 
-QList<JournalPhoto> DeliveryJournal::sameBaseName(qint64 folderId, const QString &baseName) const
+QList<JournalPhoto> DeliveryJournal::photosOf(qint64 folderId) const
 {
-    return select(QStringLiteral("p.folder_id = ? AND p.base_name = ?"), {folderId, baseName});
-}
-
-QList<JournalPhoto> DeliveryJournal::shot(qint64 shot) const
-{
-    return select(QStringLiteral("p.shot = ?"), {shot});
+    return select(QStringLiteral("p.folder_id = ?"), {folderId});
 }

@@ -61,15 +61,14 @@ public:
     SessionJournal &sessions() { return m_sessions; }
     const SessionJournal &sessions() const { return m_sessions; }
 
-    // The photo's number; 0 when the journal could not write it down.
+    // The photo's number, given at once, its row written in the background; 0 when the journal
+    // is not open.
     qint64 addPhoto(qint64 folderId, const QUrl &fileURL, qint64 size, qint64 modifiedMs);
     void setCaptured(qint64 photo, const std::optional<CaptureTime> &captured);
     void setShot(qint64 photo, qint64 shot);
     // The shot's preview is registered, given by another of its files.
     void setPreviewByPartner(qint64 photo);
     void setPreviewUnmakeable(qint64 photo, bool unmakeable);
-    void setPreviewMade(qint64 photo, const std::optional<FileStamp> &taken);
-    void setOriginalRead(qint64 photo, const std::optional<FileStamp> &taken);
     void setPreviewPresign(qint64 photo, const std::optional<PresignResponse> &presign);
     void setPreviewStored(qint64 photo, const StoredPreview &preview);
     void setRegistrationSent(qint64 photo);
@@ -87,10 +86,8 @@ public:
     QList<JournalPhoto> owed() const;
     // Photos a refusal ended, of one session, oldest first.
     QList<JournalPhoto> refused(qint64 folderId) const;
-    // The session's files of that base name, oldest first.
-    QList<JournalPhoto> sameBaseName(qint64 folderId, const QString &baseName) const;
-    // The files of one shot, oldest first.
-    QList<JournalPhoto> shot(qint64 shot) const;
+    // Every photo of one session, oldest first.
+    QList<JournalPhoto> photosOf(qint64 folderId) const;
 
 private:
     void update(qint64 photo, const QString &assignments, QVariantList values);
@@ -98,4 +95,6 @@ private:
 
     JournalDatabase m_database;
     SessionJournal m_sessions;
+    // Photos are numbered here, not by the database, which writes them a moment later.
+    qint64 m_lastPhoto = 0;
 };

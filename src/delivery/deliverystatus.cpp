@@ -25,22 +25,40 @@ bool DeliveryStatus::signInNeeded()
     return true;
 }
 
-void DeliveryStatus::serviceTroubled()
+void DeliveryStatus::wentOffline(bool behindSignInPage)
 {
-    // Offline says more than trouble, and a sign-in is what is needed first.
-    if (m_reason != Reason::signInNeeded && m_reason != Reason::offline)
+    if (m_reason == Reason::signInNeeded || m_reason == Reason::networkSignIn)
+        return;
+    // Behind a sign-in page nothing gets through either, and the page is the way out.
+    setReason(behindSignInPage ? Reason::networkSignIn : Reason::offline);
+}
+
+void DeliveryStatus::attemptFailed(const AttemptFailure &failure, bool behindSignInPage)
+{
+    // A sign-in page in the way explains every other failure.
+    if (failure.cause == AttemptFailure::Cause::networkSignIn || behindSignInPage)
+        setReason(Reason::networkSignIn);
+    // The store answered: whatever was thought of the network, it is there.
+    else if (failure.cause == AttemptFailure::Cause::storageRefuses)
+        setReason(Reason::storageRefuses);
+    // What was learnt of why stands until the service is seen answering again.
+    else if (m_reason != Reason::offline && m_reason != Reason::storageRefuses &&
+             m_reason != Reason::networkSignIn)
         setReason(Reason::serviceTrouble);
 }
 
-void DeliveryStatus::wentOffline()
+void DeliveryStatus::behindSignInPage(bool behind, bool anyWaiting)
 {
-    if (m_reason != Reason::signInNeeded)
-        setReason(Reason::offline);
+    if (behind && m_reason != Reason::signInNeeded && anyWaiting)
+        setReason(Reason::networkSignIn);
+    else if (!behind && m_reason == Reason::networkSignIn)
+        setReason(Reason::sending);
 }
 
 void DeliveryStatus::serviceAnswered()
 {
-    if (m_reason == Reason::offline || m_reason == Reason::serviceTrouble)
+    // Whatever held the photos back, the service is reached again.
+    if (isTrouble(m_reason) && m_reason != Reason::signInNeeded)
         setReason(Reason::sending);
 }
 
@@ -65,18 +83,23 @@ void DeliveryStatus::caughtUp()
 bool DeliveryStatus::everyOwedPhotoWaits() const
 {
     return m_reason == Reason::offline || m_reason == Reason::serviceTrouble ||
-           m_reason == Reason::signInNeeded;
+           m_reason == Reason::signInNeeded || m_reason == Reason::storageRefuses ||
+           m_reason == Reason::networkSignIn;
 }
 
-QString DeliveryStatus::reasonText() const
+QString DeliveryStatus::reasonText(Reason reason)
 {
-    switch (m_reason) {
+    switch (reason) {
     case Reason::offline:
         return QStringLiteral("sin conexión");
     case Reason::serviceTrouble:
         return QStringLiteral("el servicio no responde");
     case Reason::signInNeeded:
         return QStringLiteral("inicia sesión de nuevo");
+    case Reason::storageRefuses:
+        return QStringLiteral("el almacenamiento rechaza las fotos");
+    case Reason::networkSignIn:
+        return QStringLiteral("la red pide iniciar sesión en el navegador");
     case Reason::none:
     case Reason::sending:
         break;

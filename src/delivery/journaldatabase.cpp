@@ -2,7 +2,9 @@
 #include "journaldatabase.h"
 
 #include "journalschema.h"
+#include "journalwriter.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QSqlDatabase>
@@ -10,17 +12,19 @@
 #include <QSqlQuery>
 #include <QUuid>
 
-// SQLite's primary result codes, as the driver reports them.
+// SQLite's result codes, as the driver reports them; an extended code keeps its primary one in
+// its low byte.
 QString JournalDatabase::describe(const QSqlError &error)
 {
-    const QString code = error.nativeErrorCode();
-    if (code == QLatin1String("13"))
+    bool numeric = false;
+    const int code = error.nativeErrorCode().toInt(&numeric) & 0xFF;
+    if (numeric && code == 13)
         return QStringLiteral("el disco está lleno");
-    if (code == QLatin1String("8"))
+    if (numeric && code == 8)
         return QStringLiteral("el archivo es de solo lectura");
-    if (code == QLatin1String("10"))
+    if (numeric && code == 10)
         return QStringLiteral("error al escribir en el disco");
-    if (code == QLatin1String("5") || code == QLatin1String("6"))
+    if (numeric && (code == 5 || code == 6))
         return QStringLiteral("otro programa lo tiene bloqueado");
     return error.text();
 }
@@ -30,10 +34,18 @@ JournalDatabase::JournalDatabase(QObject *parent)
     , m_connection(QStringLiteral("delivery-journal-") +
                    QUuid::createUuid().toString(QUuid::WithoutBraces))
 {
+    m_clearFailure.setSingleShot(true);
+    connect(&m_clearFailure, &QTimer::timeout, this, [this] {
+        m_writeFailure.reset();
+        Q_EMIT writeFailureChanged();
+    });
 }
 
 JournalDatabase::~JournalDatabase()
 {
+    if (m_writer)
+        handOver();
+    m_writer.reset();
     {
         QSqlDatabase database = QSqlDatabase::database(m_connection, false);
         if (database.isValid())
@@ -64,6 +76,13 @@ bool JournalDatabase::open(const QString &path)
     }
     if (!JournalSchema::upgrade(database, &m_error))
         return false;
+    // Told on the writer's thread, which ends before this object does; what it means is the
+    // main thread's business.
+    m_writer = std::make_unique<JournalWriter>(
+        path, [this](quint64 upTo, std::optional<QString> failure) {
+            QMetaObject::invokeMethod(
+                this, [this, upTo, failure] { committed(upTo, failure); }, Qt::QueuedConnection);
+        });
     m_open = true;
     return true;
 }
@@ -73,70 +92,70 @@ QSqlQuery JournalDatabase::query() const
     return QSqlQuery(QSqlDatabase::database(m_connection, false));
 }
 
-bool JournalDatabase::run(QSqlQuery &query, const QString &statement, const QVariantList &values)
-    const
+void JournalDatabase::write(const QString &statement, const QVariantList &values)
 {
-    if (!query.prepare(statement))
-        return false;
-    for (const QVariant &value : values)
-        query.addBindValue(value);
-    return query.exec();
-}
-
-void JournalDatabase::wrote(bool ok, const QSqlQuery &query)
-{
-    // Inside a transaction only its commit says whether the writes are on disk.
-    if (m_inTransaction) {
-        if (!ok)
-            m_failedInTransaction = describe(query.lastError());
+    if (!m_open)
         return;
+    m_pending.append({statement, values});
+    // A photo's steps often come several in a turn (its preview stored, its registration about
+    // to go): they make one transaction, one sync.
+    if (!m_handOverPosted) {
+        m_handOverPosted = true;
+        QMetaObject::invokeMethod(this, &JournalDatabase::handOver, Qt::QueuedConnection);
     }
-    setWriteFailure(ok ? std::nullopt : std::optional(describe(query.lastError())));
 }
 
-bool JournalDatabase::write(const QString &statement, const QVariantList &values)
+void JournalDatabase::handOver()
 {
-    if (!m_open)
-        return false;
-    QSqlQuery writing = query();
-    const bool ok = run(writing, statement, values);
-    wrote(ok, writing);
-    return ok;
+    m_handOverPosted = false;
+    if (!m_pending.isEmpty())
+        m_queued = m_writer->queue(std::exchange(m_pending, {}));
 }
 
-qint64 JournalDatabase::insert(const QString &statement, const QVariantList &values)
+JournalDatabase::Durable JournalDatabase::durable(Urgency urgency)
 {
+    // Whoever waits holds the journal, which holds this database: it outlives the wait. What
+    // it waits for goes now, not at the end of the turn.
     if (!m_open)
-        return 0;
-    QSqlQuery inserting = query();
-    const bool ok = run(inserting, statement, values);
-    wrote(ok, inserting);
-    return ok ? inserting.lastInsertId().toLongLong() : 0;
+        return Durable(*this, 0);
+    handOver();
+    if (urgency == Urgency::now && m_committed < m_queued)
+        m_writer->urge(m_queued);
+    return Durable(*this, m_queued);
 }
 
-bool JournalDatabase::writeTogether(const std::function<bool()> &writes)
+void JournalDatabase::hurry()
 {
-    if (!m_open)
-        return false;
-    QSqlDatabase database = QSqlDatabase::database(m_connection, false);
-    if (!database.transaction()) {
-        setWriteFailure(describe(database.lastError()));
-        return false;
-    }
-    m_inTransaction = true;
-    m_failedInTransaction.reset();
-    const bool written = writes();
-    m_inTransaction = false;
-    if (written && database.commit()) {
-        setWriteFailure(std::nullopt);
-        return true;
-    }
-    std::optional<QString> failure = std::exchange(m_failedInTransaction, std::nullopt);
-    if (!failure)
-        failure = describe(database.lastError());
-    database.rollback();
+    if (!m_writer)
+        return;
+    handOver();
+    m_writer->urge(m_queued);
+}
+
+void JournalDatabase::waitForWrites()
+{
+    if (!m_writer)
+        return;
+    handOver();
+    m_writer->waitFor(m_queued);
+    // What the writer said on its way is taken in now, not at some later turn.
+    QCoreApplication::sendPostedEvents(this);
+}
+
+void JournalDatabase::committed(quint64 number, std::optional<QString> failure)
+{
+    m_committed = std::max(m_committed, number);
     setWriteFailure(std::move(failure));
-    return false;
+    // Taken out before any is resumed: a waiter that goes on may queue and wait again.
+    std::vector<std::coroutine_handle<>> ready;
+    std::erase_if(m_waiters, [&](const Waiter &waiter) {
+        if (waiter.upTo > m_committed)
+            return false;
+        ready.push_back(waiter.handle);
+        return true;
+    });
+    for (const std::coroutine_handle<> handle : ready)
+        handle.resume();
 }
 
 bool JournalDatabase::read(QSqlQuery &reading, const QString &statement,
@@ -145,11 +164,25 @@ bool JournalDatabase::read(QSqlQuery &reading, const QString &statement,
     if (!m_open)
         return false;
     reading.setForwardOnly(true);
-    return run(reading, statement, values);
+    if (!reading.prepare(statement))
+        return false;
+    for (const QVariant &value : values)
+        reading.addBindValue(value);
+    return reading.exec();
 }
 
 void JournalDatabase::setWriteFailure(std::optional<QString> failure)
 {
+    // On a disk that is full, a small write sometimes finds room where a larger one did not:
+    // the photographer is told until writes have gone through for a while, not in flickers.
+    if (failure) {
+        m_lastFailure.start();
+        m_clearFailure.stop();
+    } else if (m_writeFailure && !m_lastFailure.hasExpired(failureSticksMs)) {
+        if (!m_clearFailure.isActive())
+            m_clearFailure.start(int(failureSticksMs - m_lastFailure.elapsed()));
+        return;
+    }
     if (m_writeFailure == failure)
         return;
     m_writeFailure = std::move(failure);

@@ -57,7 +57,6 @@ QStringList stepTo(int version)
                            "DEFAULT 0"),
             QStringLiteral("ALTER TABLE photos ADD COLUMN preview_unmakeable INTEGER NOT NULL "
                            "DEFAULT 0"),
-            QStringLiteral("CREATE INDEX photos_by_base_name ON photos(folder_id, base_name)"),
             QStringLiteral("CREATE TABLE known_names ("
                            "folder_id INTEGER NOT NULL REFERENCES sessions(folder_id), "
                            "name TEXT NOT NULL, skipped INTEGER NOT NULL, "

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "owedphotos.h"
 
+#include "deliverylog.h"
+
 OwedPhotos::OwedPhotos(QObject *parent)
     : QObject(parent)
 {
@@ -58,6 +60,9 @@ QList<qint64> OwedPhotos::takeDue(int signInEpoch)
 
 void OwedPhotos::retryLater()
 {
-    if (!m_retry.isActive())
-        m_retry.start(m_schedule.next());
+    if (m_retry.isActive())
+        return;
+    const std::chrono::milliseconds wait = m_schedule.next();
+    qCDebug(deliveryLog, "next round in %lld ms", qlonglong(wait.count()));
+    m_retry.start(wait);
 }

@@ -2,6 +2,7 @@
 #include "photocourier.h"
 
 #include "crashpoint.h"
+#include "deliverylog.h"
 #include "deliveryjournal.h"
 #include "servicereachability.h"
 #include "shots.h"
@@ -34,6 +35,43 @@ std::optional<CrashPoint::Step> crashStep(AttemptStep::Kind kind)
     return std::nullopt;
 }
 
+// The steps the attempt must not go past before they, and everything written before them, are
+// on disk: the photo's hand-over before its first request, the registration before it is sent,
+// the original's permission before its upload. The preview's permission is not waited for: it
+// goes to disk with the registration, and at worst a preview stored just before a power cut is
+// stored again under another key, still registered once.
+bool mustBeOnDiskToGoOn(const AttemptStep &step)
+{
+    return step.kind == AttemptStep::Kind::previewMade ||
+           step.kind == AttemptStep::Kind::registrationSending ||
+           step.kind == AttemptStep::Kind::originalPresigned;
+}
+
+const char *stepName(AttemptStep::Kind kind)
+{
+    switch (kind) {
+    case AttemptStep::Kind::previewMade:
+        return "preview made";
+    case AttemptStep::Kind::previewPresigned:
+        return "preview authorised";
+    case AttemptStep::Kind::previewStored:
+        return "preview stored";
+    case AttemptStep::Kind::registrationSending:
+        return "registration sent";
+    case AttemptStep::Kind::previewRegistered:
+        return "preview registered";
+    case AttemptStep::Kind::originalRead:
+        return "original read";
+    case AttemptStep::Kind::originalPresigned:
+        return "original authorised";
+    case AttemptStep::Kind::originalStored:
+        return "original stored";
+    case AttemptStep::Kind::failed:
+        break;
+    }
+    return "failed";
+}
+
 bool serviceAnswered(AttemptStep::Kind kind)
 {
     return kind == AttemptStep::Kind::previewStored ||
@@ -47,7 +85,9 @@ void PhotoCourier::writeDown(DeliveryJournal &journal, qint64 photo, const Attem
 {
     switch (step.kind) {
     case AttemptStep::Kind::previewMade:
-        journal.setPreviewMade(photo, step.taken);
+    case AttemptStep::Kind::originalRead:
+        // How the file was when an attempt took it matters for a while after the attempt, in
+        // this run only: it is kept with the attempt's outcome, not written down.
         break;
     case AttemptStep::Kind::previewPresigned:
         journal.setPreviewPresign(photo, step.presign);
@@ -60,9 +100,6 @@ void PhotoCourier::writeDown(DeliveryJournal &journal, qint64 photo, const Attem
         break;
     case AttemptStep::Kind::previewRegistered:
         journal.setPreviewRegistered(photo);
-        break;
-    case AttemptStep::Kind::originalRead:
-        journal.setOriginalRead(photo, step.taken);
         break;
     case AttemptStep::Kind::originalPresigned:
         journal.setOriginalPresign(photo, step.presign);
@@ -89,42 +126,65 @@ void PhotoCourier::writeDown(DeliveryJournal &journal, qint64 photo, const Attem
 QCoro::Task<PhotoCourier::Outcome> PhotoCourier::carry(Route route, qint64 photo,
                                                         PhotoAttempt::Photo attempt, Part part)
 {
+    const QString attemptedName = attempt.fileURL.fileName();
     Outcome outcome;
     outcome.progress = attempt.progress;
+    std::optional<AttemptStep> last;
     QCoro::AsyncGenerator<AttemptStep> steps =
         part == Part::preview ? PhotoAttempt::sendPreview(route.lanes, std::move(attempt))
                               : PhotoAttempt::sendOriginal(route.lanes, std::move(attempt));
     auto step = co_await steps.begin();
     for (; step != steps.end(); co_await ++step) {
         const AttemptStep &taken = *step;
+        if (taken.failure)
+            qCDebug(deliveryLog, "photo %lld %s: %s: %s", photo,
+                    qPrintable(attemptedName), stepName(taken.kind),
+                    qPrintable(taken.failure->description));
+        else
+            qCDebug(deliveryLog, "photo %lld %s: %s", photo, qPrintable(attemptedName),
+                    stepName(taken.kind));
         // The first file of the shot to have its preview made gives the shot's preview; the
         // attempt of any other stops here, before its preview is authorised or stored (the
         // attempt, suspended where it handed this step over, is let go with its permits).
         Shots *shots = route.shots.data();
         if (taken.kind == AttemptStep::Kind::previewMade && taken.made && shots &&
             !shots->claim(photo)) {
-            writeDown(*route.journal, photo, taken);
+            qCDebug(deliveryLog, "photo %lld: another file of its shot gives the preview", photo);
             outcome.superseded = true;
             break;
         }
         const std::optional<CrashPoint::Step> crash = crashStep(taken.kind);
+        JournalDatabase &database = route.journal->database();
         if (crash)
-            CrashPoint::before(*crash);
+            CrashPoint::before(*crash, database);
         writeDown(*route.journal, photo, taken);
         if (crash)
-            CrashPoint::after(*crash);
+            CrashPoint::after(*crash, database);
+        if (mustBeOnDiskToGoOn(taken))
+            co_await database.durable();
 
         taken.applyTo(outcome.progress);
         if (taken.taken)
             outcome.taken = taken.taken;
-        if (route.counters)
-            route.counters->count(taken);
         if (route.reachability && serviceAnswered(taken.kind))
             route.reachability->answered();
-        if (taken.kind == AttemptStep::Kind::originalStored)
+        if (taken.kind == AttemptStep::Kind::previewRegistered ||
+            taken.kind == AttemptStep::Kind::originalStored ||
+            taken.kind == AttemptStep::Kind::failed)
+            last = taken;
+    }
+    // The part's last step (its preview registered, its original stored, a failure) is what the
+    // photographer is told of: once it is on disk. The attempt has ended by then and let go of
+    // its lane, so the disk is not waited for with a permit held; nobody hurries the commit
+    // either, which rides along with the next one somebody waits for.
+    if (last) {
+        co_await route.journal->database().durable(JournalDatabase::Urgency::whenConvenient);
+        if (route.counters)
+            route.counters->count(*last);
+        if (last->kind == AttemptStep::Kind::originalStored)
             outcome.delivered = true;
-        else if (taken.kind == AttemptStep::Kind::failed)
-            outcome.failure = taken.failure;
+        else if (last->kind == AttemptStep::Kind::failed)
+            outcome.failure = last->failure;
     }
     co_return outcome;
 }

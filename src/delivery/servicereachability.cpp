@@ -33,6 +33,15 @@ ServiceReachability::ServiceReachability(APIClient &api, QObject *parent)
         if (m_needed)
             Q_EMIT networkLost();
     });
+    connect(m_connectivity, &ConnectivityWatch::captivePortalChanged, this, [this](bool behind) {
+        if (m_needed)
+            Q_EMIT captivePortalChanged(behind);
+    });
+}
+
+bool ServiceReachability::behindCaptivePortal() const
+{
+    return m_connectivity->behindCaptivePortal();
 }
 
 void ServiceReachability::setNeeded(bool needed)

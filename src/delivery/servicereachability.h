@@ -31,6 +31,8 @@ public:
     void answered();
     // A request failed in a way that passes: probe until the service answers.
     void startProbing();
+    // The platform says the network wants a sign-in in the browser before anything goes out.
+    bool behindCaptivePortal() const;
 
 Q_SIGNALS:
     void serviceAnswered();
@@ -40,6 +42,8 @@ Q_SIGNALS:
     void unreachable();
     // The platform says for certain that there is no network.
     void networkLost();
+    // The platform's word on a captive portal changed (while anything is owed).
+    void captivePortalChanged(bool behind);
 
 private:
     void probe();

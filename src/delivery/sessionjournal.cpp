@@ -45,29 +45,25 @@ SessionJournal::SessionJournal(JournalDatabase &database)
 {
 }
 
-bool SessionJournal::record(const RecordedSession &session, const QSet<QString> &namesAtStart)
+void SessionJournal::record(const RecordedSession &session, const QSet<QString> &namesAtStart)
 {
-    return m_database.writeTogether([&] {
-        bool ok = m_database.write(
-            QStringLiteral("UPDATE sessions SET ending = 'left' WHERE ending IN "
-                           "('recording', 'quit') AND folder_id != ?"),
-            {session.folderId});
-        ok = ok && m_database.write(
-                       QStringLiteral(
-                           "INSERT INTO sessions (folder_id, slug, client_name, opened_at, "
+    m_database.writeTogether([&] {
+        m_database.write(QStringLiteral("UPDATE sessions SET ending = 'left' WHERE ending IN "
+                                        "('recording', 'quit') AND folder_id != ?"),
+                         {session.folderId});
+        m_database.write(
+            QStringLiteral("INSERT INTO sessions (folder_id, slug, client_name, opened_at, "
                            "live_url, gallery_url, watch_folder, paused, ending) "
                            "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(folder_id) DO UPDATE "
                            "SET slug = excluded.slug, client_name = excluded.client_name, "
                            "live_url = excluded.live_url, gallery_url = excluded.gallery_url, "
                            "watch_folder = excluded.watch_folder, paused = excluded.paused, "
                            "ending = excluded.ending"),
-                       {session.folderId, session.slug, session.clientName,
-                        QDateTime::currentMSecsSinceEpoch(), session.liveURL, session.galleryURL,
-                        session.watchFolder.toLocalFile(), session.paused ? 1 : 0,
-                        text(session.ending)});
+            {session.folderId, session.slug, session.clientName,
+             QDateTime::currentMSecsSinceEpoch(), session.liveURL, session.galleryURL,
+             session.watchFolder.toLocalFile(), session.paused ? 1 : 0, text(session.ending)});
         for (const QString &name : namesAtStart)
-            ok = ok && m_database.write(insertName, {session.folderId, name, 0});
-        return ok;
+            m_database.write(insertName, {session.folderId, name, 0});
     });
 }
 
@@ -93,10 +89,8 @@ void SessionJournal::addSkippedNames(qint64 folderId, const QSet<QString> &names
     if (names.isEmpty())
         return;
     m_database.writeTogether([&] {
-        bool ok = true;
         for (const QString &name : names)
-            ok = ok && m_database.write(insertName, {folderId, name, 1});
-        return ok;
+            m_database.write(insertName, {folderId, name, 1});
     });
 }
 

@@ -44,8 +44,8 @@ public:
     explicit SessionJournal(JournalDatabase &database);
 
     // A session that has just started recording, with the names already in its folder (never
-    // to be sent); a session that was live before is left. False when it could not be written.
-    bool record(const RecordedSession &session, const QSet<QString> &namesAtStart);
+    // to be sent); a session that was live before is left.
+    void record(const RecordedSession &session, const QSet<QString> &namesAtStart);
     void setPaused(qint64 folderId, bool paused);
     void setEnding(qint64 folderId, RecordedSession::Ending ending);
     // A name the watcher took while the recording was paused: skipped for good.

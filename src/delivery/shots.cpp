@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "shots.h"
 
-#include "capturetime.h"
 #include "deliveryjournal.h"
 #include "owedphotos.h"
 #include "photoattempt.h"
 
 #include <QCoroFuture>
+#include <QFileInfo>
+#include <QPointer>
 #include <QThreadPool>
 #include <QtConcurrent/qtconcurrenttask.h>
 
@@ -22,8 +23,6 @@ bool previewUnderWay(const PhotoProgress &progress)
            (progress.previewPresign || progress.storedPreview || progress.registrationSent);
 }
 
-qint64 shotNumber(const JournalPhoto &photo) { return photo.shot > 0 ? photo.shot : photo.id; }
-
 } // namespace
 
 Shots::Shots(std::shared_ptr<DeliveryJournal> journal, OwedPhotos &owed, QObject *parent)
@@ -33,21 +32,52 @@ Shots::Shots(std::shared_ptr<DeliveryJournal> journal, OwedPhotos &owed, QObject
 {
 }
 
-QCoro::Task<qint64> Shots::find(std::shared_ptr<DeliveryJournal> journal, qint64 photo)
+void Shots::load(qint64 folderId)
 {
-    const std::optional<JournalPhoto> handed = journal->photo(photo);
-    if (!handed)
+    if (m_loaded.contains(folderId))
+        return;
+    m_loaded.insert(folderId);
+    for (const JournalPhoto &photo : m_journal->photosOf(folderId)) {
+        File &file = m_files[photo.id];
+        file = {photo.folderId, photo.baseName, photo.fileURL, photo.captured, photo.shot,
+                photo.progress.previewRegistered && !photo.previewByPartner,
+                photo.previewByPartner, photo.previewUnmakeable, photo.refusal.has_value()};
+    }
+}
+
+void Shots::handedOver(qint64 photo, qint64 folderId, const QUrl &fileURL)
+{
+    load(folderId);
+    if (photo <= 0 || m_files.contains(photo))
+        return;
+    File &file = m_files[photo];
+    file.folderId = folderId;
+    file.baseName = QFileInfo(fileURL.fileName()).completeBaseName();
+    file.fileURL = fileURL;
+}
+
+QCoro::Task<qint64> Shots::find(qint64 photo)
+{
+    const auto handed = m_files.find(photo);
+    if (handed == m_files.end())
         co_return photo; // not written down: a shot of its own, for this run
-    QList<JournalPhoto> older = journal->sameBaseName(handed->folderId, handed->baseName);
-    older.removeIf([photo](const JournalPhoto &file) { return file.id >= photo; });
+    const File mine = handed->second;
+    QList<qint64> older;
+    for (const auto &[id, file] : m_files) {
+        if (id < photo && file.folderId == mine.folderId && file.baseName == mine.baseName)
+            older.append(id);
+    }
     if (older.isEmpty())
         co_return photo;
 
-    // The capture times the journal does not have yet, read together, off the main thread.
-    QList<QString> paths{handed->fileURL.toLocalFile()};
-    for (const JournalPhoto &file : std::as_const(older)) {
-        if (!file.captured)
-            paths.append(file.fileURL.toLocalFile());
+    // The capture times not known yet, read together, off the main thread.
+    QList<qint64> unread{photo};
+    QList<QString> paths{mine.fileURL.toLocalFile()};
+    for (const qint64 id : std::as_const(older)) {
+        if (!m_files[id].captured) {
+            unread.append(id);
+            paths.append(m_files[id].fileURL.toLocalFile());
+        }
     }
     QFuture<QList<std::optional<CaptureTime>>> reading =
         QtConcurrent::task([paths] {
@@ -59,23 +89,23 @@ QCoro::Task<qint64> Shots::find(std::shared_ptr<DeliveryJournal> journal, qint64
             .onThreadPool(*QThreadPool::globalInstance())
             .withPriority(PhotoAttempt::previewPoolPriority)
             .spawn();
+    QPointer<Shots> self(this);
     const QList<std::optional<CaptureTime>> read = co_await reading;
-
-    const std::optional<CaptureTime> mine = read.value(0);
-    journal->setCaptured(photo, mine);
-    qsizetype next = 1;
-    for (JournalPhoto &file : older) {
-        if (!file.captured) {
-            file.captured = read.value(next++);
-            journal->setCaptured(file.id, file.captured);
-        }
+    if (!self)
+        co_return photo;
+    for (qsizetype i = 0; i < unread.size(); ++i) {
+        m_files[unread[i]].captured = read.value(i);
+        m_journal->setCaptured(unread[i], read.value(i));
     }
     // Files of one name taken at other moments are other shots: two bodies numbering alike, a
     // counter that went round. A file that says no time pairs by its name alone.
-    for (const JournalPhoto &file : std::as_const(older)) {
-        if (!mine || !file.captured || mine->sameMomentAs(*file.captured)) {
-            const qint64 shot = shotNumber(file);
-            journal->setShot(photo, shot);
+    const std::optional<CaptureTime> taken = m_files[photo].captured;
+    for (const qint64 id : std::as_const(older)) {
+        const std::optional<CaptureTime> theirs = m_files[id].captured;
+        if (!taken || !theirs || taken->sameMomentAs(*theirs)) {
+            const qint64 shot = m_files[id].shot > 0 ? m_files[id].shot : id;
+            m_files[photo].shot = shot;
+            m_journal->setShot(photo, shot);
             co_return shot;
         }
     }
@@ -84,22 +114,25 @@ QCoro::Task<qint64> Shots::find(std::shared_ptr<DeliveryJournal> journal, qint64
 
 qint64 Shots::shotOf(qint64 photo) const
 {
-    const OwedPhotos::Photo *owed = m_owed.find(photo);
-    return owed && owed->shot > 0 ? owed->shot : photo;
+    const auto found = m_files.find(photo);
+    return found != m_files.end() && found->second.shot > 0 ? found->second.shot : photo;
 }
 
-QList<JournalPhoto> Shots::partners(qint64 photo) const
+QList<qint64> Shots::partners(qint64 photo) const
 {
-    if (photo <= 0)
-        return {};
     const qint64 shot = shotOf(photo);
-    QList<JournalPhoto> files = m_journal->shot(shot);
-    if (shot != photo) {
-        if (const std::optional<JournalPhoto> first = m_journal->photo(shot))
-            files.prepend(*first);
+    QList<qint64> others;
+    for (const auto &[id, file] : m_files) {
+        if (id != photo && (id == shot || file.shot == shot))
+            others.append(id);
     }
-    files.removeIf([photo](const JournalPhoto &file) { return file.id == photo; });
-    return files;
+    return others;
+}
+
+bool Shots::held(qint64 photo) const
+{
+    const OwedPhotos::Photo *owed = m_owed.find(photo);
+    return owed && owed->held;
 }
 
 Shots::Next Shots::next(qint64 photo)
@@ -107,12 +140,11 @@ Shots::Next Shots::next(qint64 photo)
     const OwedPhotos::Photo *owed = m_owed.find(photo);
     if (!owed || owed->progress.previewRegistered)
         return Next::original;
-    const QList<JournalPhoto> others = partners(photo);
+    const QList<qint64> others = partners(photo);
     // Once the shot's preview is registered, by a file delivered since or still under way, no
     // other file of it gives another.
-    if (std::any_of(others.cbegin(), others.cend(), [](const JournalPhoto &file) {
-            return file.progress.previewRegistered && !file.previewByPartner;
-        }))
+    if (std::any_of(others.cbegin(), others.cend(),
+                    [this](qint64 id) { return m_files.at(id).previewGiven; }))
         return Next::joined;
 
     const qint64 shot = shotOf(photo);
@@ -121,17 +153,18 @@ Shots::Next Shots::next(qint64 photo)
         return Next::wait;
     if (claimed == m_claims.end()) {
         // After a restart, the file whose preview went part of the way finishes it.
-        for (const JournalPhoto &file : others) {
-            if (m_owed.contains(file.id) && previewUnderWay(file.progress)) {
-                m_claims[shot] = file.id;
+        for (const qint64 id : others) {
+            const OwedPhotos::Photo *other = m_owed.find(id);
+            if (other && previewUnderWay(other->progress)) {
+                m_claims[shot] = id;
                 return Next::wait;
             }
         }
         if (previewUnderWay(owed->progress))
             m_claims[shot] = photo;
     }
-    const std::optional<JournalPhoto> written = m_journal->photo(photo);
-    if (written && written->previewUnmakeable)
+    const auto found = m_files.find(photo);
+    if (found != m_files.end() && found->second.unmakeable)
         return anotherCanMakePreview(photo) ? Next::wait : Next::noPreview;
     return Next::preview;
 }
@@ -146,16 +179,24 @@ bool Shots::claim(qint64 photo)
     return true;
 }
 
-QList<JournalPhoto> Shots::registered(qint64 photo)
+QList<qint64> Shots::registered(qint64 photo)
 {
     m_claims[shotOf(photo)] = photo;
-    QList<JournalPhoto> going;
-    for (const JournalPhoto &file : partners(photo)) {
-        const OwedPhotos::Photo *owed = m_owed.find(file.id);
-        if ((owed && owed->held) || (!owed && file.refusal && file.previewUnmakeable))
-            going.append(file);
+    if (const auto found = m_files.find(photo); found != m_files.end())
+        found->second.previewGiven = true;
+    QList<qint64> going;
+    for (const qint64 id : partners(photo)) {
+        const File &file = m_files.at(id);
+        if (held(id) || (!m_owed.contains(id) && file.refused && file.unmakeable))
+            going.append(id);
     }
     return going;
+}
+
+void Shots::joined(qint64 photo)
+{
+    if (const auto found = m_files.find(photo); found != m_files.end())
+        found->second.previewByPartner = true;
 }
 
 QList<qint64> Shots::gaveUp(qint64 photo)
@@ -164,19 +205,28 @@ QList<qint64> Shots::gaveUp(qint64 photo)
     if (const auto claimed = m_claims.find(shot);
         claimed != m_claims.end() && claimed->second == photo)
         m_claims.erase(claimed);
-    QList<qint64> waiting;
-    for (const JournalPhoto &file : partners(photo)) {
-        const OwedPhotos::Photo *owed = m_owed.find(file.id);
-        if (owed && owed->held)
-            waiting.append(file.id);
-    }
+    QList<qint64> waiting = partners(photo);
+    waiting.removeIf([this](qint64 id) { return !held(id); });
     return waiting;
 }
 
 bool Shots::anotherCanMakePreview(qint64 photo) const
 {
-    const QList<JournalPhoto> others = partners(photo);
-    return std::any_of(others.cbegin(), others.cend(), [](const JournalPhoto &file) {
-        return !file.previewUnmakeable && !file.refusal;
+    const QList<qint64> others = partners(photo);
+    return std::any_of(others.cbegin(), others.cend(), [this](qint64 id) {
+        const File &file = m_files.at(id);
+        return !file.unmakeable && !file.refused;
     });
+}
+
+void Shots::setUnmakeable(qint64 photo, bool unmakeable)
+{
+    if (const auto found = m_files.find(photo); found != m_files.end())
+        found->second.unmakeable = unmakeable;
+}
+
+void Shots::setRefused(qint64 photo, bool refused)
+{
+    if (const auto found = m_files.find(photo); found != m_files.end())
+        found->second.refused = refused;
 }

@@ -298,6 +298,8 @@ void SessionViewModel::recordQuit()
 {
     if (m_state == AppState::recording && m_session.folderId)
         m_deliveries->sessions().setEnding(*m_session.folderId, RecordedSession::Ending::quit);
+    // The program is about to go: what it says of itself is on disk first.
+    m_deliveries->waitForJournal();
 }
 
 void SessionViewModel::setResumeOffer(std::optional<LiveSession> offer)

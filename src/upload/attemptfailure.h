@@ -16,16 +16,26 @@ struct AttemptFailure {
         undecodable,  // no preview could be made of the file
     };
 
+    // What a failure that passes says of why, beyond "no answer" or "the service is in
+    // trouble", for the line the photographer reads.
+    enum class Cause {
+        unknown,
+        storageRefuses, // the object store refuses the uploads for a reason other than time
+        networkSignIn,  // the network wants a sign-in in the browser first (a captive portal)
+    };
+
     Kind kind = Kind::passing;
     QString description;
     // The object store refused the upload permission itself: the next attempt asks for a new one.
     bool permissionRefused = false;
+    Cause cause = Cause::unknown;
 
     bool passes() const { return kind == Kind::passing || kind == Kind::signInNeeded; }
 
-    // A failed service call sorted by its structure: transport errors, non-HTTP replies and
-    // replies that do not decode pass (a captive portal answers with its own page); statuses
-    // by their meaning. A presign's upload refused by the store is taken for an expired one. A
-    // file that failed while it was sent is unreadable.
+    // A failed service call sorted by its structure: transport errors, non-HTTP replies, replies
+    // that do not decode and answers of a network's sign-in page pass; statuses by their
+    // meaning. An upload the store refuses passes too, on a fresh presign: an expired one is
+    // mended so, and any other refusal may be mended by the service. A file that failed while
+    // it was sent is unreadable.
     static AttemptFailure of(const std::exception &error);
 };

@@ -153,8 +153,12 @@ QCoro::AsyncGenerator<AttemptStep> PhotoAttempt::sendPreview(std::shared_ptr<Upl
             co_return;
     }
 
+    // Whoever runs the attempt may wait for its disk here; the originals are not held back for
+    // that, only while the preview's own requests are on their way.
+    uplink.release();
     AttemptStep sending = step(AttemptStep::Kind::registrationSending, part);
     co_yield sending;
+    uplink = lanes->api.holdUplink();
     QCoro::Task<Attempted<Done>> registering = attempted(registerPreview(lanes, photo, *stored));
     const Attempted<Done> registered = co_await registering;
     uplink.release();

@@ -16,6 +16,7 @@ inline const QStringList states = {
     QStringLiteral("setup-error"),
     QStringLiteral("recording-live"),
     QStringLiteral("recording-one-photo"),
+    QStringLiteral("recording-qr"),
     QStringLiteral("recording-paused"),
     QStringLiteral("recording-no-link"),
     QStringLiteral("recording-five-digits"),
@@ -26,6 +27,7 @@ inline const QStringList states = {
     QStringLiteral("finished-originals-gallery"),
     QStringLiteral("finished-originals-only"),
     QStringLiteral("finished-gallery-only"),
+    QStringLiteral("finished-qr"),
     QStringLiteral("finished-plain"),
 };
 // The tray's picture, on a bar of the appearance's colour: tray-idle-light.png and so on.

@@ -150,6 +150,9 @@ bool ScreenshotTour::recording() {
     if (!shoot(QStringLiteral("recording-one-photo")))
         return false;
 
+    if (!shootQrCode(QStringLiteral("recordingView"), QStringLiteral("recording-qr")))
+        return false;
+
     m_viewModel->setIsPaused(true);
     if (!shoot(QStringLiteral("recording-paused")))
         return false;
@@ -221,6 +224,8 @@ bool ScreenshotTour::finished() {
     });
     if (!shoot(QStringLiteral("finished-gallery-only")))
         return false;
+    if (!shootQrCode(QStringLiteral("finishedView"), QStringLiteral("finished-qr")))
+        return false;
     editSession([](LiveSession &session) {
         session.uploadedCount = 0;
         session.fullResUploaded = 0;
@@ -228,6 +233,16 @@ bool ScreenshotTour::finished() {
         session.galleryURL.reset();
     });
     return shoot(QStringLiteral("finished-plain"));
+}
+
+bool ScreenshotTour::shootQrCode(const QString &screen, const QString &state) {
+    auto *view = m_window->findChild<QQuickItem *>(screen);
+    if (!view)
+        return fail(QStringLiteral("no %1 to show a QR code on").arg(screen));
+    view->setProperty("qrShown", true);
+    const bool shot = shoot(state);
+    view->setProperty("qrShown", false);
+    return shot;
 }
 
 void ScreenshotTour::restartController() {

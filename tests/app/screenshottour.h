@@ -35,6 +35,8 @@ private:
     // Photos the service turns away wait, on the recording and the finished screens.
     bool waiting();
     bool finished();
+    // The screen's link as a QR code, opened as its button opens it.
+    bool shootQrCode(const QString &screen, const QString &state);
     // A session quit from while it recorded: offered at the next start, then taken up again.
     bool resumed();
     // The program as it starts again: a new controller on the same journal, in the same panel.

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 // Runs the screenshot program and checks what it wrote: every state in both appearances, the
-// panel's width at the device pixel ratio it ran with, and real content in each picture.
+// panel's width at the device pixel ratio it ran with, and real content in each picture; the
+// QR codes read back by a real decoder in either appearance.
+#include "qrreader.h"
+#include "requiredtool.h"
 #include "screenshotnames.h"
 #include "statusicon.h"
 
 #include <QDir>
 #include <QImage>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTest>
 
@@ -36,6 +40,8 @@ private Q_SLOTS:
     void everyStateInBothAppearances();
     void trayIcons_data();
     void trayIcons();
+    void qrCodesReadInBothAppearances_data();
+    void qrCodesReadInBothAppearances();
 
 private:
     QDir m_output{QStringLiteral(QUILLMERE_SCREENSHOT_DIR)};
@@ -116,6 +122,33 @@ void TestScreenshots::trayIcons() {
             }
         QCOMPARE(red, recording);
         QCOMPARE(orange, waiting);
+    }
+}
+
+void TestScreenshots::qrCodesReadInBothAppearances_data() {
+    QTest::addColumn<QString>("state");
+    QTest::addColumn<QString>("path");
+    QTest::newRow("live link") << QStringLiteral("recording-qr") << QStringLiteral("live");
+    QTest::newRow("gallery") << QStringLiteral("finished-qr") << QStringLiteral("gallery");
+}
+
+void TestScreenshots::qrCodesReadInBothAppearances() {
+    QFETCH(QString, state);
+    QFETCH(QString, path);
+    if (QrReader::program().isEmpty())
+        QUILLMERE_MISSING_TOOL(QStringLiteral("zbarimg"),
+                               QStringLiteral("it is not installed (package zbar-tools)"));
+    // The session's own address on devservice, scheme included: what a phone opens.
+    const QRegularExpression link(
+        QStringLiteral("^http://127\\.0\\.0\\.1:\\d+/%1/[A-Za-z0-9-]+$").arg(path));
+    for (const QString &appearance : ScreenshotNames::appearances) {
+        QStringList read;
+        QString error;
+        QVERIFY2(QrReader::read(m_output.filePath(ScreenshotNames::fileName(state, appearance)),
+                                &read, &error),
+                 qPrintable(error));
+        QCOMPARE(read.size(), 1);
+        QVERIFY2(link.match(read.first()).hasMatch(), qPrintable(read.first()));
     }
 }
 

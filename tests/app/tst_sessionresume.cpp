@@ -7,14 +7,13 @@
 #include "devservicefixture.h"
 #include "requiredtool.h"
 #include "sessionharness.h"
+#include "signedinhome.h"
 #include "tracedapp.h"
 #include "virtualdisplay.h"
 
 #include <QDir>
 #include <QGuiApplication>
-#include <QSettings>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
@@ -36,8 +35,7 @@ private:
     void grab(TracedApp &app, const QString &name);
 
     DevService m_service;
-    QTemporaryDir m_home;
-    QString m_watchFolder;
+    SignedInHome m_home;
     QDir m_shots{QStringLiteral(QUILLMERE_RESUME_SCREENS_DIR)};
 };
 
@@ -48,37 +46,17 @@ void TestSessionResume::initTestCase() {
     if (QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty())
         QUILLMERE_MISSING_TOOL(QStringLiteral("xdotool"), QStringLiteral("it is not installed"));
     QVERIFY2(m_service.start(), qPrintable(m_service.errorString()));
-    QVERIFY(m_home.isValid());
     QVERIFY(QDir().mkpath(m_shots.path()));
-    m_watchFolder = m_home.filePath(QStringLiteral("Boda Ana"));
-    QVERIFY(QDir().mkpath(m_watchFolder));
     // Signed in already, as a photographer who has used the program before.
-    QSettings stored(m_home.filePath(QStringLiteral("config/Quillmere/QuillmereLive.conf")),
-                     QSettings::IniFormat);
-    stored.setValue(QStringLiteral("api_token"), m_service.demoToken());
-    stored.sync();
-    QCOMPARE(stored.status(), QSettings::NoError);
+    QVERIFY(m_home.prepare(m_service, QStringLiteral("Boda Ana")));
 }
 
 QProcessEnvironment TestSessionResume::environment() const {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("DISPLAY"), display->name());
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
-                       m_home.filePath(QStringLiteral("config")));
-    // Where the program keeps its journal.
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
-    environment.insert(QStringLiteral("QUILLMERE_SERVICE_URL"), m_service.baseURL());
-    environment.insert(QStringLiteral("QUILLMERE_STORAGE_HOST"), m_service.storageHost());
-    environment.insert(QStringLiteral("QUILLMERE_TEST_FOLDER"), m_watchFolder);
-    environment.insert(QStringLiteral("QUILLMERE_TEST_TRACE"), QStringLiteral("1"));
-    environment.insert(QStringLiteral("QUILLMERE_APPEARANCE"), QStringLiteral("light"));
-    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    return environment;
+    return m_home.environment(display->name(), QStringLiteral("light"));
 }
 
 bool TestSessionResume::drop(int number) {
-    return SessionHarness::dropPhotoAt(m_watchFolder, QStringLiteral("IMG_000%1.JPG").arg(number),
+    return SessionHarness::dropPhotoAt(m_home.watchFolder(), QStringLiteral("IMG_000%1.JPG").arg(number),
                                        SessionHarness::photoJpeg(number));
 }
 
@@ -93,19 +71,7 @@ void TestSessionResume::aKilledSessionComesBackAndAQuitOneIsOffered() {
     {
         TracedApp first;
         QVERIFY(first.start(QStringLiteral(QUILLMERE_APP_PATH), environment()));
-        QUILLMERE_EXPECT_LINE(first, QStringLiteral("screen setup"), settles);
-        const QString window = VirtualDisplay::findWindow(QStringLiteral("Quillmere Live"));
-        QVERIFY(!window.isEmpty());
-        QVERIFY(VirtualDisplay::xdotool(
-            {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window}));
-        QUILLMERE_EXPECT_LATEST(first, QStringLiteral("focus "), QStringLiteral("focus Cliente"),
-                                10000);
-        QVERIFY(VirtualDisplay::xdotool(
-            {QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("30"), client}));
-        QVERIFY(first.send(QStringLiteral("press Seleccionar carpeta...")));
-        QUILLMERE_EXPECT_LINE(first, QStringLiteral("pressed Seleccionar carpeta..."), 10000);
-        QVERIFY(first.send(QStringLiteral("press Iniciar")));
-        QUILLMERE_EXPECT_LINE(first, QStringLiteral("screen recording"), settles);
+        QVERIFY(SignedInHome::startSession(first, client));
         QVERIFY(drop(1));
         QUILLMERE_EXPECT_LINE(first, QStringLiteral("uploaded 1"), settles);
         QUILLMERE_EXPECT_LATEST(first, QStringLiteral("owed "), QStringLiteral("owed 0"), settles);

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void staysWhileHeldForADialog();
     void withoutIconGeometryOpensAtThePointer();
     void standaloneIsAnOrdinaryWindow();
+    void escapeClosesWhatTheScreenHoldsOpenFirst();
 
 private:
     bool activateElsewhere();
@@ -119,6 +120,20 @@ void TestTrayPanel::standaloneIsAnOrdinaryWindow() {
     QVERIFY(activateElsewhere());
     QTest::qWait(50);
     QVERIFY(panel.isShown());
+}
+
+// A screen with something open (a QR code) says so on the window: Escape is then the screen's,
+// and closes the panel only once nothing is open.
+void TestTrayPanel::escapeClosesWhatTheScreenHoldsOpenFirst() {
+    TrayPanel panel(m_window.get(), TrayPanel::Mode::underTrayIcon);
+    panel.toggle(icon);
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    m_window->setProperty("holdsEscape", true);
+    QTest::keyClick(m_window.get(), Qt::Key_Escape);
+    QVERIFY(panel.isShown());
+    m_window->setProperty("holdsEscape", false);
+    QTest::keyClick(m_window.get(), Qt::Key_Escape);
+    QVERIFY(!panel.isShown());
 }
 
 QTEST_MAIN(TestTrayPanel)

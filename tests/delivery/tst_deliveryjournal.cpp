@@ -42,6 +42,8 @@ int runWriter(const QString &path)
                                          QStringLiteral("bucket")});
         journal.setRegistrationSent(photo);
         journal.setPreviewRegistered(photo);
+        // Said once it is on disk, as a step the photographer is told of.
+        journal.database().waitForWrites();
         std::printf("%lld\n", photo);
         std::fflush(stdout);
     }

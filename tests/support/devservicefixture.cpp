@@ -442,3 +442,8 @@ QString DevService::demoToken() {
         return {};
     return QJsonDocument::fromJson(reply.body)["token"].toString();
 }
+
+QByteArray DevService::storageError(const QByteArray &code, const QByteArray &message) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Error><Code>" + code + "</Code><Message>" +
+           message + "</Message><RequestId>4442587FB7D0A2F9</RequestId></Error>";
+}

@@ -185,6 +185,9 @@ public:
 
     static QString demoEmail();
     static QString demoPassword();
+    // An S3-style error document, as an object store sends with a refusal: the body of a
+    // `status` fault that stands for a refusal the store itself would make.
+    static QByteArray storageError(const QByteArray &code, const QByteArray &message);
 
 private:
     struct Reply;

@@ -12,6 +12,9 @@ FocusScope {
     property int screen: screenSwitch.screen
     // Where the recording screen reads its count: the session's upload manager.
     property QtObject uploadManager: viewModel.uploadManager
+    // The screen shown has something open that Escape closes before it closes the panel.
+    readonly property bool holdsEscape: screenSlot.item ? screenSlot.item.holdsEscape === true
+                                                        : false
 
     signal quitRequested()
 

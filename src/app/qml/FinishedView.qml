@@ -16,8 +16,16 @@ ScreenStack {
     readonly property double fullResTotal: session.fullResTotal
     readonly property var galleryURL: session.galleryURL
     readonly property bool hasGalleryURL: galleryURL !== undefined && galleryURL !== null
+    // The gallery link as a QR code, for the client's phone; Escape hides it as its button does.
+    property bool qrShown: false
+    readonly property bool holdsEscape: qrShown && hasGalleryURL
 
     objectName: "finishedView"
+
+    Keys.onEscapePressed: event => {
+        event.accepted = screen.holdsEscape
+        screen.qrShown = false
+    }
 
     SessionHeader {
         Layout.fillWidth: true
@@ -190,12 +198,24 @@ ScreenStack {
             anchors.margins: Theme.boxPadding
             spacing: 4
 
-            ScreenText {
-                text: "GALERÍA"
-                color: Theme.tertiaryLabelColor
-                font.pixelSize: 10
-                font.weight: Font.DemiBold
-                font.letterSpacing: 0.5
+            RowLayout {
+                Layout.fillWidth: true
+
+                ScreenText {
+                    Layout.fillWidth: true
+                    text: "GALERÍA"
+                    color: Theme.tertiaryLabelColor
+                    font.pixelSize: 10
+                    font.weight: Font.DemiBold
+                    font.letterSpacing: 0.5
+                }
+
+                QrCodeButton {
+                    objectName: "galleryQrButton"
+                    accessibleName: "Código QR de la galería"
+                    shown: screen.qrShown
+                    onToggled: screen.qrShown = !screen.qrShown
+                }
             }
 
             LinkText {
@@ -205,6 +225,13 @@ ScreenStack {
                 wrapMode: Text.WrapAnywhere
             }
         }
+    }
+
+    QrCodeCard {
+        objectName: "galleryQrCard"
+        Layout.fillWidth: true
+        visible: screen.holdsEscape
+        url: screen.hasGalleryURL ? screen.galleryURL : ""
     }
 
     ControlGroup {

@@ -12,6 +12,8 @@ Window {
 
     // The quit row: the application decides, asking first when photos are still owed.
     signal quitRequested()
+    // Escape closes what the screen has open (a QR code) before it closes the panel.
+    readonly property bool holdsEscape: content.holdsEscape
 
     title: "Quillmere Live"
     width: Theme.panelWidth

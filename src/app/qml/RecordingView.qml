@@ -18,10 +18,17 @@ ScreenStack {
     readonly property bool paused: viewModel.isPaused
     readonly property var liveURL: viewModel.session.liveURL
     readonly property bool hasLiveURL: liveURL !== undefined && liveURL !== null
+    // The live link as a QR code, for the client's phone; Escape hides it as its button does.
+    property bool qrShown: false
+    readonly property bool holdsEscape: qrShown && hasLiveURL
 
     objectName: "recordingView"
 
     Component.onCompleted: badgeVisible = false
+    Keys.onEscapePressed: event => {
+        event.accepted = screen.holdsEscape
+        screen.qrShown = false
+    }
 
     SessionHeader {
         Layout.fillWidth: true
@@ -122,7 +129,21 @@ ScreenStack {
                     color: Theme.secondary
                 }
             }
+
+            QrCodeButton {
+                objectName: "liveQrButton"
+                accessibleName: "Código QR del enlace en vivo"
+                shown: screen.qrShown
+                onToggled: screen.qrShown = !screen.qrShown
+            }
         }
+    }
+
+    QrCodeCard {
+        objectName: "liveQrCard"
+        Layout.fillWidth: true
+        visible: screen.holdsEscape
+        url: screen.hasLiveURL ? screen.liveURL : ""
     }
 
     // Taken up again after the program went away: said once, in the quiet colour of a caption.
