@@ -60,6 +60,7 @@ QJsonObject describe(Endpoint endpoint, const Fault &fault) {
         {"delay_ms", static_cast<qint64>(fault.delay.count())},
         {"member", text(fault.member)},
         {"location", text(fault.location)},
+        {"retry_after", text(fault.retryAfter)},
     };
 }
 
@@ -241,6 +242,7 @@ void AdminRoutes::addFault(const httplib::Request &request, httplib::Response &r
     fault.delay = std::chrono::milliseconds(body->value("delay_ms").toInteger(0));
     fault.member = utf8(body->value("member").toString());
     fault.location = utf8(body->value("location").toString());
+    fault.retryAfter = utf8(body->value("retry_after").toString());
     if (const std::optional<std::string> problem = m_context.faults.add(*endpoint, fault))
         return HttpReplies::problem(response, 400, *problem);
     listFaults(response);

@@ -102,6 +102,8 @@ bool CallGate::answeredByFault(const std::optional<Fault> &fault, const httplib:
     }
     if (fault->kind == Fault::Kind::status) {
         response.status = fault->status;
+        if (!fault->retryAfter.empty())
+            response.set_header("Retry-After", fault->retryAfter);
         // These statuses have no body by definition; a client reads none, and bytes sent after
         // them would be taken for the start of the next reply on the connection.
         if (fault->status == 204 || fault->status == 304 || fault->status < 200)

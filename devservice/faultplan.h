@@ -42,6 +42,7 @@ struct Fault {
     std::chrono::milliseconds delay{0}; // waited first, whatever the kind
     std::string member;                 // a reply member, or "fields.<name>" inside presign's
     std::string location; // a redirect's target; empty: the call's own target at the other origin
+    std::string retryAfter; // a status fault's Retry-After header, as sent; empty: none
 
     static std::optional<Kind> kindNamed(std::string_view name);
     static std::string_view kindName(Kind kind);

@@ -8,6 +8,7 @@
 #include "multipartformbody.h"
 #include "oneshotbody.h"
 #include "preferences.h"
+#include "retryafter.h"
 #include "signinpage.h"
 #include "systemproxy.h"
 #include "transporterror.h"
@@ -220,6 +221,11 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
     if (SignInPage::answered(request.url(), status.toInt(), reply->rawHeader("Content-Type"),
                              reply->rawHeader("Location"), replyBody))
         throw APIError::signInPage(failureCase, status.toInt());
+    // No endpoint takes these for an answer; the server may say when it will be.
+    if (status.toInt() == 429 || status.toInt() == 503)
+        throw APIError::busy(failureCase, status.toInt(),
+                             RetryAfter::read(reply->rawHeader("Retry-After"),
+                                              QDateTime::currentDateTimeUtc()));
     co_return HttpResult{status.toInt(), std::move(replyBody)};
 }
 

@@ -21,6 +21,14 @@ APIError APIError::signInPage(Case errorCase, int httpStatus)
     return error;
 }
 
+APIError APIError::busy(Case errorCase, int httpStatus,
+                        std::optional<std::chrono::milliseconds> retryAfter)
+{
+    APIError error(errorCase, httpStatus);
+    error.m_retryAfter = retryAfter;
+    return error;
+}
+
 QString APIError::localizedDescription() const
 {
     if (m_signInPage)

@@ -6,12 +6,14 @@
 
 #include <QHashFunctions>
 
+#include <chrono>
 #include <optional>
 
 // The service's refusal of one endpoint. Equality and hashing look at the case only; the HTTP
 // status is kept for diagnostics (0 when the reply was not HTTP at all). Two things more are kept
 // where what is done next depends on them: the object store's own word on a refused upload, and
-// whether the answer came from a network's sign-in page rather than from the service.
+// whether the answer came from a network's sign-in page rather than from the service, and when a busy
+// server said to come back.
 class APIError final : public RequestFailure {
 public:
     enum Case {
@@ -28,11 +30,15 @@ public:
     // The network answered in the service's place with a page that asks to sign in to it (a
     // captive portal): the request never reached the service.
     static APIError signInPage(Case errorCase, int httpStatus);
+    // The service (or the store) is busy (429, 503) and may have said when to come back.
+    static APIError busy(Case errorCase, int httpStatus,
+                         std::optional<std::chrono::milliseconds> retryAfter);
 
     Case errorCase() const { return m_case; }
     int httpStatus() const { return m_httpStatus; }
     const std::optional<StorageRefusal> &storageRefusal() const { return m_storageRefusal; }
     bool fromSignInPage() const { return m_signInPage; }
+    const std::optional<std::chrono::milliseconds> &retryAfter() const { return m_retryAfter; }
 
     static QString errorDescription(Case errorCase);
     QString errorDescription() const { return errorDescription(m_case); }
@@ -50,4 +56,5 @@ private:
     int m_httpStatus;
     std::optional<StorageRefusal> m_storageRefusal;
     bool m_signInPage = false;
+    std::optional<std::chrono::milliseconds> m_retryAfter;
 };

@@ -168,6 +168,12 @@ void Delivery::send(qint64 photo)
     if (!owed || owed->pairing || owed->inFlight)
         return;
     owed->held = false;
+    // A busy server asked everybody to wait: a new photo goes with the round at the wait's end.
+    if (m_owed->waitOutHoldOff()) {
+        owed->waiting = true;
+        Q_EMIT changed();
+        return;
+    }
     switch (m_shots->next(photo)) {
     case Shots::Next::wait:
         qCDebug(deliveryLog, "photo %lld: waits for the preview of its shot", photo);
@@ -343,6 +349,8 @@ void Delivery::failed(qint64 photo, const AttemptFailure &failure,
     } else if (!m_status->waitsForSignIn()) {
         m_status->attemptFailed(failure, m_reachability->behindCaptivePortal());
         m_reachability->startProbing();
+        if (failure.retryAfter)
+            m_owed->holdOff(*failure.retryAfter);
         m_owed->retryLater();
     }
     Q_EMIT changed();
@@ -360,9 +368,14 @@ void Delivery::captivePortalChanged(bool behind)
 
 void Delivery::retryNow()
 {
-    m_owed->cancelRetry();
-    if (m_status->waitsForSignIn())
+    if (m_status->waitsForSignIn()) {
+        m_owed->cancelRetry();
         return;
+    }
+    // Whatever says the service answers again, it asked for this wait itself.
+    if (m_owed->waitOutHoldOff())
+        return;
+    m_owed->cancelRetry();
     // Taken first: an attempt may come back before the next photo is sent.
     const QList<qint64> due = m_owed->takeDue(m_signInEpoch);
     if (!due.isEmpty())

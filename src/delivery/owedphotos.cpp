@@ -3,11 +3,18 @@
 
 #include "deliverylog.h"
 
+#include <algorithm>
+
 OwedPhotos::OwedPhotos(QObject *parent)
     : QObject(parent)
 {
     m_retry.setSingleShot(true);
-    connect(&m_retry, &QTimer::timeout, this, &OwedPhotos::retryDue);
+    // Never early: a round set for the end of a server's wait must find it over.
+    m_retry.setTimerType(Qt::PreciseTimer);
+    connect(&m_retry, &QTimer::timeout, this, [this] {
+        m_holdOff = QDeadlineTimer();
+        Q_EMIT retryDue();
+    });
 }
 
 void OwedPhotos::add(qint64 photo, Photo owed) { m_owed[photo] = std::move(owed); }
@@ -62,7 +69,36 @@ void OwedPhotos::retryLater()
 {
     if (m_retry.isActive())
         return;
-    const std::chrono::milliseconds wait = m_schedule.next();
+    std::chrono::milliseconds wait = m_schedule.next();
+    if (!m_holdOff.hasExpired())
+        wait = std::max(wait, holdOffLeft());
     qCDebug(deliveryLog, "next round in %lld ms", qlonglong(wait.count()));
     m_retry.start(wait);
+}
+
+std::chrono::milliseconds OwedPhotos::holdOffLeft() const
+{
+    return std::chrono::ceil<std::chrono::milliseconds>(m_holdOff.remainingTimeAsDuration());
+}
+
+void OwedPhotos::holdOff(std::chrono::milliseconds asked)
+{
+    const std::chrono::milliseconds wait =
+        std::clamp(asked, RetrySchedule::first, RetrySchedule::longest);
+    if (!m_holdOff.hasExpired() && holdOffLeft() >= wait)
+        return;
+    qCDebug(deliveryLog, "the server asks for %lld ms: next round in %lld ms",
+            qlonglong(asked.count()), qlonglong(wait.count()));
+    m_holdOff.setRemainingTime(wait, Qt::PreciseTimer);
+    m_retry.start(wait);
+}
+
+bool OwedPhotos::waitOutHoldOff()
+{
+    if (m_holdOff.hasExpired())
+        return false;
+    const std::chrono::milliseconds left = holdOffLeft();
+    if (!m_retry.isActive() || m_retry.remainingTimeAsDuration() < left)
+        m_retry.start(left);
+    return true;
 }

@@ -4,6 +4,7 @@
 #include "photoprogress.h"
 #include "retryschedule.h"
 
+#include <QDeadlineTimer>
 #include <QList>
 #include <QObject>
 #include <QTimer>
@@ -12,7 +13,8 @@
 #include <map>
 
 // The photos handed to delivery whose original is not stored yet, and when those that wait go
-// again: a round after the backoff's next wait, or at once when asked. Main thread only.
+// again: a round after the backoff's next wait, or at once when asked, but never before a busy
+// server said to come back. Main thread only.
 class OwedPhotos : public QObject {
     Q_OBJECT
 public:
@@ -48,12 +50,22 @@ public:
     void cancelRetry() { m_retry.stop(); }
     // Something went through: the next failure starts again from the shortest wait.
     void resetBackoff() { m_schedule.reset(); }
+    // A busy server asked for this wait before anything goes again: the next round comes no
+    // sooner, and the wait is kept within the backoff's own bounds (a server that asks for
+    // nothing gets the shortest wait, one that asks for an hour the longest).
+    void holdOff(std::chrono::milliseconds asked);
+    // Whether that wait is still on; if so, the next round is set for its end.
+    bool waitOutHoldOff();
 
 Q_SIGNALS:
     void retryDue();
 
 private:
+    std::chrono::milliseconds holdOffLeft() const;
+
     std::map<qint64, Photo> m_owed;
     RetrySchedule m_schedule;
     QTimer m_retry;
+    QDeadlineTimer m_holdOff; // expired unless a server asked for a wait
+
 };

@@ -46,5 +46,7 @@ AttemptFailure AttemptFailure::of(const std::exception &error)
     if (status == 404 && (refusal->errorCase() == APIError::presignFailed ||
                           refusal->errorCase() == APIError::registerFailed))
         return {Kind::sessionGone, description};
-    return {statusPasses(status) ? Kind::passing : Kind::refused, description};
+    AttemptFailure sorted{statusPasses(status) ? Kind::passing : Kind::refused, description};
+    sorted.retryAfter = refusal->retryAfter();
+    return sorted;
 }

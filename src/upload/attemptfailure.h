@@ -3,7 +3,9 @@
 
 #include <QString>
 
+#include <chrono>
 #include <exception>
+#include <optional>
 
 // Why one attempt at a photo did not deliver it, sorted by what waiting can do about it.
 struct AttemptFailure {
@@ -29,6 +31,8 @@ struct AttemptFailure {
     // The object store refused the upload permission itself: the next attempt asks for a new one.
     bool permissionRefused = false;
     Cause cause = Cause::unknown;
+    // A busy server's word on when to come back (429, 503).
+    std::optional<std::chrono::milliseconds> retryAfter = std::nullopt;
 
     bool passes() const { return kind == Kind::passing || kind == Kind::signInNeeded; }
 

@@ -283,6 +283,7 @@ bool DevService::injectFault(const Fault &fault) {
         {"delay_ms", fault.delayMs},
         {"member", fault.member},
         {"location", fault.location},
+        {"retry_after", fault.retryAfter},
     };
     return expect(call("POST", "/__admin/faults", QJsonDocument(body).toJson()), 201,
                   "injecting a fault");

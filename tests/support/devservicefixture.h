@@ -63,6 +63,7 @@ public:
         int delayMs = 0; // waited first, whatever the kind
         QString member;  // for wrongType and missingMember: "folder_id", "fields.policy", ...
         QString location; // for redirect; empty: the call's own path and query, other origin
+        QString retryAfter; // for status: the Retry-After header sent with it; empty: none
 
         static Fault withStatus(QString endpoint, int status, QByteArray body = {}, int count = 1);
         static Fault withDelay(QString endpoint, int delayMs, int count = 1);
