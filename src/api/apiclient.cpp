@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "apiclient.h"
+#include "apilog.h"
 
 #include "authresponse.h"
 #include "backgroundupload.h"
@@ -16,6 +17,7 @@
 #include <QCoreApplication>
 #include <QCoroNetworkReply>
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -51,6 +53,13 @@ QUrl parsedOrFatal(const QString &text)
 constexpr int idleConnectionSeconds = 2;
 
 // The error Qt itself reports when it gives up on a connection that closed before the reply.
+// A request as the log names it: its verb, host and path. The query is left out (it may name a
+// signature), and so is every header (the token).
+QByteArray named(const QByteArray &verb, const QUrl &url)
+{
+    return verb + ' ' + url.host().toUtf8() + url.path(QUrl::FullyEncoded).toUtf8();
+}
+
 TransportError connectionClosedBeforeReply()
 {
     return TransportError(QNetworkReply::RemoteHostClosedError,
@@ -156,6 +165,8 @@ QCoro::Task<APIClient::HttpResult> APIClient::send(QNetworkRequest request, QByt
         if (resend == Resend::never || !unanswered)
             throw;
     }
+    qCDebug(apiLog, "%s: sent again, its connection closed before it was answered",
+            named(verb, request.url()).constData());
     // A body from a file opens the file again, and reads it from its start as it is now.
     QCoro::Task<HttpResult> second = sendOnce(std::move(request), std::move(verb),
                                               std::move(body), failureCase, uplink, unanswered);
@@ -171,6 +182,11 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
         qFatal("APIClient: requests must be sent from the thread that owns the client");
     // Opened before anything goes out: a file that cannot be opened sends nothing at all.
     BodyReader reader = body.open();
+    const QByteArray name = named(verb, request.url());
+    QElapsedTimer took;
+    took.start();
+    qCDebug(apiLog, "%s: sending %lld bytes%s", name.constData(), reader.size(),
+            body.filePath().isEmpty() ? "" : ", read from the file as they go");
 
     const UplinkGate::Hold holding = uplink == Uplink::holds ? m_uplink.hold() : UplinkGate::Hold();
     OneShotBody *once = nullptr;
@@ -196,9 +212,12 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
     QByteArray replyBody = reply->isOpen() ? reply->readAll() : QByteArray();
     // Before anything else: the reply, whatever it says, is to a body that was never whole.
     const auto *background = qobject_cast<const BackgroundUpload *>(reply.get());
-    if ((background && background->readFailed()) || (once && once->readFailed()))
+    if ((background && background->readFailed()) || (once && once->readFailed())) {
+        qCDebug(apiLog, "%s: the file failed while it was sent", name.constData());
         throw FileReadError(body.filePath());
+    }
     if (background && background->closedUnanswered()) {
+        qCDebug(apiLog, "%s: closed unanswered after %lld ms", name.constData(), took.elapsed());
         unanswered = true;
         throw connectionClosedBeforeReply();
     }
@@ -209,23 +228,38 @@ QCoro::Task<APIClient::HttpResult> APIClient::sendOnce(QNetworkRequest request, 
     const bool wholeReply =
         status.isValid() && (!length.isValid() || replyBody.size() >= length.toLongLong());
     if (once && once->resendRefused() && !wholeReply) {
+        qCDebug(apiLog, "%s: closed before its reply after %lld ms", name.constData(),
+                took.elapsed());
         unanswered = !status.isValid() && replyBody.isEmpty();
         throw connectionClosedBeforeReply();
     }
-    if (isTransportFailure(reply->error()) || (!status.isValid() && reply->error()))
+    if (isTransportFailure(reply->error()) || (!status.isValid() && reply->error())) {
+        qCDebug(apiLog, "%s: failed after %lld ms: %s", name.constData(), took.elapsed(),
+                qPrintable(reply->errorString()));
         throw TransportError(reply->error(), reply->errorString());
-    if (!status.isValid())
+    }
+    if (!status.isValid()) {
+        qCDebug(apiLog, "%s: no HTTP reply after %lld ms", name.constData(), took.elapsed());
         throw APIError(failureCase);
+    }
+    qCDebug(apiLog, "%s: %d after %lld ms", name.constData(), status.toInt(), took.elapsed());
     // Whatever the endpoint's status test, an answer from a network's sign-in page is no answer
     // of the service's: not even a success.
     if (SignInPage::answered(request.url(), status.toInt(), reply->rawHeader("Content-Type"),
-                             reply->rawHeader("Location"), replyBody))
+                             reply->rawHeader("Location"), replyBody)) {
+        qCDebug(apiLog, "%s: answered by a network's sign-in page", name.constData());
         throw APIError::signInPage(failureCase, status.toInt());
+    }
     // No endpoint takes these for an answer; the server may say when it will be.
-    if (status.toInt() == 429 || status.toInt() == 503)
-        throw APIError::busy(failureCase, status.toInt(),
-                             RetryAfter::read(reply->rawHeader("Retry-After"),
-                                              QDateTime::currentDateTimeUtc()));
+    if (status.toInt() == 429 || status.toInt() == 503) {
+        const QByteArray asked = reply->rawHeader("Retry-After");
+        const std::optional<std::chrono::milliseconds> retryAfter =
+            RetryAfter::read(asked, QDateTime::currentDateTimeUtc());
+        if (!asked.isEmpty())
+            qCDebug(apiLog, "%s: busy, asks to come back in %lld ms (\"%s\")", name.constData(),
+                    retryAfter ? qlonglong(retryAfter->count()) : -1LL, asked.constData());
+        throw APIError::busy(failureCase, status.toInt(), retryAfter);
+    }
     co_return HttpResult{status.toInt(), std::move(replyBody)};
 }
 
@@ -242,7 +276,9 @@ QCoro::Task<bool> APIClient::probe(std::chrono::milliseconds timeout)
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_probes->head(request), [](QNetworkReply *r) { r->deleteLater(); });
     co_await reply.get();
-    co_return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
+    const bool answered = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
+    qCDebug(apiLog, "probe: %s", answered ? "answered" : qPrintable(reply->errorString()));
+    co_return answered;
 }
 
 QCoro::Task<QString> APIClient::authenticate(QString email, QString password)

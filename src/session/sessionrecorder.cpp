@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "sessionrecorder.h"
+#include "sessionlog.h"
 
 #include "delivery.h"
 #include "folderwatcher.h"
@@ -46,6 +47,7 @@ bool SessionRecorder::folderAvailable() const { return m_watcher->folderAvailabl
 void SessionRecorder::handleNewFile(const QUrl &file)
 {
     if (m_paused) {
+        qCDebug(sessionLog, "%s: shot while paused, not sent", qPrintable(file.fileName()));
         m_delivery.sessions().addSkippedName(m_folderId, file.fileName());
         return;
     }

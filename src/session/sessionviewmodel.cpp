@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "sessionviewmodel.h"
+#include "sessionlog.h"
 
 #include "apiclient.h"
 #include "delivery.h"
@@ -88,6 +89,7 @@ void SessionViewModel::setIsPaused(bool paused)
     if (m_isPaused == paused)
         return;
     m_isPaused = paused;
+    qCDebug(sessionLog, paused ? "paused" : "unpaused");
     if (m_recorder)
         m_recorder->setPaused(paused);
     // A session taken up after a restart comes back as paused as it was.
@@ -220,12 +222,14 @@ QCoro::Task<> SessionViewModel::startSessionTask()
         QCoro::Task<SessionResponse> creating = m_api.createSession(m_session.clientName);
         reply = co_await creating;
     } catch (const std::exception &error) {
+        qCDebug(sessionLog, "not opened: %s", error.what());
         if (self)
             setError(describe(error));
         co_return;
     }
     if (!self)
         co_return;
+    qCDebug(sessionLog, "opened: folder %lld", qlonglong(reply.folder_id));
 
     LiveSession session = m_session;
     session.folderId = reply.folder_id;
@@ -287,6 +291,8 @@ void SessionViewModel::continueSession()
 void SessionViewModel::resume(const SessionResumption &resumption)
 {
     setError(std::nullopt);
+    qCDebug(sessionLog, "folder %lld taken up again%s: %s", qlonglong(*resumption.session.folderId),
+            resumption.paused ? ", paused" : "", qPrintable(resumption.notice));
     setSession(resumption.session);
     m_isPaused = resumption.paused;
     Q_EMIT isPausedChanged();
@@ -296,8 +302,10 @@ void SessionViewModel::resume(const SessionResumption &resumption)
 
 void SessionViewModel::recordQuit()
 {
-    if (m_state == AppState::recording && m_session.folderId)
+    if (m_state == AppState::recording && m_session.folderId) {
+        qCDebug(sessionLog, "folder %lld left at a quit", qlonglong(*m_session.folderId));
         m_deliveries->sessions().setEnding(*m_session.folderId, RecordedSession::Ending::quit);
+    }
     // The program is about to go: what it says of itself is on disk first.
     m_deliveries->waitForJournal();
 }
@@ -324,8 +332,10 @@ QCoro::Task<> SessionViewModel::stopSessionTask()
         m_recorder->stop();
     m_recorder.reset();
     // Stopped by the photographer: never taken up again, whatever the service answers.
-    if (m_state == AppState::recording && m_session.folderId)
+    if (m_state == AppState::recording && m_session.folderId) {
+        qCDebug(sessionLog, "folder %lld stopped", qlonglong(*m_session.folderId));
         m_deliveries->sessions().setEnding(*m_session.folderId, RecordedSession::Ending::stopped);
+    }
     Q_EMIT folderNoticeChanged();
 
     QPointer<SessionViewModel> self(this);

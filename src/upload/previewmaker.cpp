@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "previewmaker.h"
+#include "uploadlog.h"
 
 #include "asyncsemaphore.h"
 #include "imageresizer.h"
 #include "photoattempt.h"
 
 #include <QCoroFuture>
+#include <QElapsedTimer>
 #include <QThreadPool>
 #include <QtConcurrent/qtconcurrenttask.h>
 
@@ -158,7 +160,19 @@ QCoro::Task<> PreviewMaker::run(std::shared_ptr<Work> work)
     // temporaries inside a co_await expression.
     QFuture<Made> making =
         QtConcurrent::task([file = work->file, early = work->early] {
-            return early ? makeEarly(file) : Made{std::nullopt, ImageResizer::createPreview(file)};
+            QElapsedTimer took;
+            took.start();
+            Made made = early ? makeEarly(file)
+                              : Made{std::nullopt, ImageResizer::createPreview(file)};
+            if (made.preview)
+                qCDebug(uploadLog, "%s: preview made%s in %lld ms, %lld bytes",
+                        qPrintable(file.fileName()), early ? " early" : "", took.elapsed(),
+                        qlonglong(made.preview->size()));
+            else
+                qCDebug(uploadLog, "%s: no preview%s after %lld ms", qPrintable(file.fileName()),
+                        early && !made.stamp ? " yet (the file is being written)" : "",
+                        took.elapsed());
+            return made;
         })
             .onThreadPool(*QThreadPool::globalInstance())
             .withPriority(PhotoAttempt::previewPoolPriority)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "folderwatcher.h"
+#include "watchlog.h"
 
 #include "filereadiness.h"
 #include "photofilenames.h"
@@ -102,6 +103,8 @@ void FolderWatcher::start()
         connect(m_timer, &QTimer::timeout, this, &FolderWatcher::checkForNewFiles);
     }
     m_timer->start();
+    qCDebug(watchLog, "watching %s, %lld names known", qPrintable(m_folderPath),
+            qlonglong(m_knownFiles.size()));
     setNotificationsEnabled(m_notificationsEnabled);
     setFolderAvailable(QFileInfo(m_folderPath).isDir());
     scheduleReadyCheck();
@@ -112,6 +115,8 @@ void FolderWatcher::setFolderAvailable(bool available)
     if (m_folderAvailable == available)
         return;
     m_folderAvailable = available;
+    qCDebug(watchLog, "%s %s", qPrintable(m_folderPath),
+            available ? "is there" : "is missing or unreadable");
     Q_EMIT folderAvailableChanged(available);
 }
 
@@ -264,6 +269,7 @@ void FolderWatcher::handOverReady(QStringList names)
         m_pending.remove(name);
         m_announcedQuiet.remove(name);
         m_knownFiles.insert(name);
+        qCDebug(watchLog, "%s: new, handed over", qPrintable(name));
         // A copy, so that a handler that releases the watcher does not destroy itself mid-call.
         const NewFileHandler handler = m_onNewFile;
         handler(QUrl::fromLocalFile(path));
@@ -293,6 +299,7 @@ bool FolderWatcher::followUp(const QString &name, const QString &path,
     }
     m_pending.insert(name, *readiness.readyFrom());
     m_announcedQuiet.insert(name, modified);
+    qCDebug(watchLog, "%s: quiet, but not ready to read yet", qPrintable(name));
     const QPointer<FolderWatcher> alive(this);
     Q_EMIT candidateQuiet(QUrl::fromLocalFile(path));
     return alive && !m_invalidated;
