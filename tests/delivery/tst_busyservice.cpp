@@ -60,9 +60,8 @@ private Q_SLOTS:
         QVERIFY(m_harness.startSession(model, QStringLiteral("Lucía")));
         DevService::Fault busy = DevService::Fault::withStatus(endpoint, status);
         // A date has whole seconds: the wait asked for ends at that second, whenever it is read.
-        const QDateTime until =
-            QDateTime::currentDateTimeUtc().addMSecs(askedMs + 1000).addMSecs(
-                -QDateTime::currentDateTimeUtc().time().msec());
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        const QDateTime until = now.addMSecs(askedMs + 1000 - now.time().msec());
         busy.retryAfter = asDate ? httpDate(until) : QString::number(askedMs / 1000);
         QVERIFY(m_harness.service().injectFault(busy));
 
