@@ -246,7 +246,7 @@ void Delivery::partEnded(qint64 photo, PhotoCourier::Part part,
     }
     if (owed->progress.previewRegistered) {
         shotRegistered(photo);
-        run(photo, PhotoCourier::Part::original);
+        send(photo); // its original, unless a busy server asked everybody to wait
         return;
     }
     if (outcome.failure)

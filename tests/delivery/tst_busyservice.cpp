@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A busy service (429, 503) that says when to come back is left alone until then: the photo it
-// turned away goes again no sooner, nor does a photo shot meanwhile, and both arrive once.
+// turned away goes again no sooner, nor does a photo shot meanwhile, nor the original of one whose
+// preview was registered meanwhile, and all arrive once.
 #include "sessionharness.h"
 #include "sessionviewmodel.h"
 #include "storedfiles.h"
@@ -96,6 +97,45 @@ private Q_SLOTS:
             QCOMPARE(store.storedCount(name), 1);
         }
         QCOMPARE(model.uploadManager()->uploadedCount(), 2);
+    }
+
+    // A photo whose registration was under way when another's was turned away: its preview is
+    // registered, and its original waits for the same moment as everything else.
+    void anOriginalDueMeanwhileWaitsToo()
+    {
+        constexpr qint64 askedMs = 6000;
+        SessionViewModel model;
+        QVERIFY(m_harness.signIn(model));
+        QVERIFY(m_harness.startSession(model, QStringLiteral("Carmen")));
+        const QString registering = QStringLiteral("register");
+        QVERIFY(m_harness.service().injectFault(DevService::Fault::withHold(registering)));
+        DevService::Fault busy = DevService::Fault::withStatus(registering, 429);
+        busy.retryAfter = QString::number(askedMs / 1000);
+        QVERIFY(m_harness.service().injectFault(busy));
+
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("IMG_0001.JPG"), SessionHarness::photoJpeg(1)));
+        QTRY_COMPARE_WITH_TIMEOUT(m_harness.service().requests(registering).size(), 1, 30000);
+        QVERIFY(m_harness.dropPhoto(QStringLiteral("IMG_0002.JPG"), SessionHarness::photoJpeg(2)));
+        QTRY_COMPARE_WITH_TIMEOUT(m_harness.service().requests(registering).size(), 2, 30000);
+        const QDateTime turnedAway = m_harness.service().requests(registering).at(1).receivedAt;
+        QVERIFY(m_harness.service().releaseHeld());
+
+        QTRY_COMPARE_WITH_TIMEOUT(model.uploadManager()->fullResUploaded(), 2, 120000);
+        QList<DevService::ReceivedRequest> original;
+        for (const DevService::ReceivedRequest &request :
+             m_harness.service().requests(QStringLiteral("presign"))) {
+            if (request.query.contains({QStringLiteral("filename"), QStringLiteral("IMG_0001.JPG")}))
+                original.append(request);
+        }
+        QCOMPARE(original.size(), 1);
+        QVERIFY2(original.constFirst().receivedAt >= turnedAway.addMSecs(askedMs - 1),
+                 qPrintable(QStringLiteral("its original went %1 ms after the refusal")
+                                .arg(turnedAway.msecsTo(original.constFirst().receivedAt))));
+        const StoredFiles store(m_harness.service());
+        for (const QString &name : {QStringLiteral("IMG_0001.JPG"), QStringLiteral("IMG_0002.JPG")}) {
+            QCOMPARE(store.registeredCount(*model.session().folderId, name), 1);
+            QCOMPARE(store.storedCount(name), 1);
+        }
     }
 
 private:
