@@ -14,10 +14,12 @@ constexpr qint64 longestSeconds = 24 * 60 * 60;
 
 std::optional<std::chrono::milliseconds> fromSeconds(const QByteArray &digits)
 {
-    if (digits.isEmpty() || digits.size() > 18 ||
+    if (digits.isEmpty() ||
         !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
         return std::nullopt;
-    const qint64 seconds = std::min(digits.toLongLong(), longestSeconds);
+    // More digits than a 64-bit count holds are more than a day all the same.
+    const qint64 seconds =
+        digits.size() > 18 ? longestSeconds : std::min(digits.toLongLong(), longestSeconds);
     return std::chrono::seconds(seconds);
 }
 

@@ -19,6 +19,8 @@ private Q_SLOTS:
         QTest::newRow("no wait") << QByteArray("0") << qint64(0);
         QTest::newRow("seconds, spaces around") << QByteArray("  7 ") << qint64(7000);
         QTest::newRow("more than a day") << QByteArray("99999999999999999") << qint64(86400000);
+        QTest::newRow("more than 64 bits hold") << QByteArray("123456789012345678901234567890")
+                                                << qint64(86400000);
         QTest::newRow("http date") << QByteArray("Thu, 26 Nov 2026 10:00:30 GMT") << qint64(30000);
         QTest::newRow("old form, two-digit year")
             << QByteArray("Thursday, 26-Nov-26 10:01:00 GMT") << qint64(60000);
