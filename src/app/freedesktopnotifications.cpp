@@ -8,10 +8,10 @@
 #include <QStringList>
 #include <QVariantMap>
 
-// The Desktop Notifications Specification, version 1.2: Notify(app_name, replaces_id, app_icon,
-// summary, body, actions, hints, expire_timeout) returns the id; the signals ActionInvoked(id,
-// action_key) and NotificationClosed(id, reason). The action "default" is the click on the
-// notification itself.
+// The freedesktop.org notification service's interface (version 1.2): Notify(app_name,
+// replaces_id, app_icon, summary, body, actions, hints, expire_timeout) returns the id; the
+// signals ActionInvoked(id, action_key) and NotificationClosed(id, reason). The action
+// "default" is the click on the notification itself.
 namespace {
 const QString service = QStringLiteral("org.freedesktop.Notifications");
 const QString path = QStringLiteral("/org/freedesktop/Notifications");

@@ -34,7 +34,7 @@ uint NotificationServer::Notify(const QString &appName, uint replacesId, const Q
                                 const QString &summary, const QString &body,
                                 const QStringList &actions, const QVariantMap &hints,
                                 int expireTimeout) {
-    // As the specification has it: a replacement keeps the id of what it replaces.
+    // As notification servers do: a replacement keeps the id of what it replaces.
     const uint id = replacesId != 0 ? replacesId : ++m_lastId;
     m_received.append({appName, replacesId, appIcon, summary, body, actions, hints, expireTimeout,
                        id, m_clock.elapsed()});
