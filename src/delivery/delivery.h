@@ -93,7 +93,8 @@ private:
     void release(const QList<qint64> &photos);
     void delivered(qint64 photo, const std::optional<FileStamp> &taken);
     void failed(qint64 photo, const AttemptFailure &failure, const std::optional<FileStamp> &taken);
-    // Why photos wait after this failure, as the photographer is told.
+    // The platform's word on a network sign-in page: said while photos wait, and once signed
+    // in what waits goes at once.
     void captivePortalChanged(bool behind);
     void retryNow();
     void serviceAnswered();

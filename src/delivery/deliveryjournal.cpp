@@ -2,10 +2,11 @@
 #include "deliveryjournal.h"
 
 #include <QDateTime>
-#include <algorithm>
 #include <QFileInfo>
 #include <QSqlQuery>
 #include <QStandardPaths>
+
+#include <algorithm>
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include <QVariantList>
 
 #include <coroutine>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -22,8 +21,8 @@ class QSqlQuery;
 // program's schema when opened. Writes go to a writer of their own (JournalWriter), which
 // commits them in groups on its own thread, so the main thread never waits for a disk: the
 // writes of one turn of the event loop go as one, and whoever must know that what it wrote is
-// on disk before it goes on (a photo handed over, before its first request) awaits durable(). Reads are the main thread's, on a connection of their own,
-// and see what is on disk. A write it cannot make (a full disk, a read-only file) is told, from
+// on disk before it goes on (a photo handed over, before its first request) awaits durable().
+// Reads are the main thread's, on a connection of their own, and see what is on disk. A write it cannot make (a full disk, a read-only file) is told, from
 // the first failure until writes have gone through again for a while. Main thread only.
 class JournalDatabase : public QObject {
     Q_OBJECT
@@ -41,10 +40,9 @@ public:
     // while writes go through.
     const std::optional<QString> &writeFailure() const { return m_writeFailure; }
 
-    // Queued; written in order with everything else, with the other writes of this turn.
+    // Queued; written in order with everything else. The writes of one turn of the event loop
+    // are committed together or not at all.
     void write(const QString &statement, const QVariantList &values = {});
-    // The writes `writes` makes are committed together or not at all.
-    void writeTogether(const std::function<void()> &writes) { writes(); }
     // co_await: goes on once everything queued so far is on disk, or has failed; at once when
     // asked for now, or when it goes with the next commit somebody waits for.
     enum class Urgency { now, whenConvenient };

@@ -136,13 +136,9 @@ QCoro::Task<PhotoCourier::Outcome> PhotoCourier::carry(Route route, qint64 photo
     auto step = co_await steps.begin();
     for (; step != steps.end(); co_await ++step) {
         const AttemptStep &taken = *step;
-        if (taken.failure)
-            qCDebug(deliveryLog, "photo %lld %s: %s: %s", photo,
-                    qPrintable(attemptedName), stepName(taken.kind),
-                    qPrintable(taken.failure->description));
-        else
-            qCDebug(deliveryLog, "photo %lld %s: %s", photo, qPrintable(attemptedName),
-                    stepName(taken.kind));
+        qCDebug(deliveryLog, "photo %lld %s: %s%s%s", photo, qPrintable(attemptedName),
+                stepName(taken.kind), taken.failure ? ": " : "",
+                taken.failure ? qPrintable(taken.failure->description) : "");
         // The first file of the shot to have its preview made gives the shot's preview; the
         // attempt of any other stops here, before its preview is authorised or stored (the
         // attempt, suspended where it handed this step over, is let go with its permits).

@@ -47,24 +47,23 @@ SessionJournal::SessionJournal(JournalDatabase &database)
 
 void SessionJournal::record(const RecordedSession &session, const QSet<QString> &namesAtStart)
 {
-    m_database.writeTogether([&] {
-        m_database.write(QStringLiteral("UPDATE sessions SET ending = 'left' WHERE ending IN "
-                                        "('recording', 'quit') AND folder_id != ?"),
-                         {session.folderId});
-        m_database.write(
-            QStringLiteral("INSERT INTO sessions (folder_id, slug, client_name, opened_at, "
-                           "live_url, gallery_url, watch_folder, paused, ending) "
-                           "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(folder_id) DO UPDATE "
-                           "SET slug = excluded.slug, client_name = excluded.client_name, "
-                           "live_url = excluded.live_url, gallery_url = excluded.gallery_url, "
-                           "watch_folder = excluded.watch_folder, paused = excluded.paused, "
-                           "ending = excluded.ending"),
-            {session.folderId, session.slug, session.clientName,
-             QDateTime::currentMSecsSinceEpoch(), session.liveURL, session.galleryURL,
-             session.watchFolder.toLocalFile(), session.paused ? 1 : 0, text(session.ending)});
-        for (const QString &name : namesAtStart)
-            m_database.write(insertName, {session.folderId, name, 0});
-    });
+    // One turn's writes: the session and its names go to disk together or not at all.
+    m_database.write(QStringLiteral("UPDATE sessions SET ending = 'left' WHERE ending IN "
+                                    "('recording', 'quit') AND folder_id != ?"),
+                     {session.folderId});
+    m_database.write(
+        QStringLiteral("INSERT INTO sessions (folder_id, slug, client_name, opened_at, "
+                       "live_url, gallery_url, watch_folder, paused, ending) "
+                       "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(folder_id) DO UPDATE "
+                       "SET slug = excluded.slug, client_name = excluded.client_name, "
+                       "live_url = excluded.live_url, gallery_url = excluded.gallery_url, "
+                       "watch_folder = excluded.watch_folder, paused = excluded.paused, "
+                       "ending = excluded.ending"),
+        {session.folderId, session.slug, session.clientName,
+         QDateTime::currentMSecsSinceEpoch(), session.liveURL, session.galleryURL,
+         session.watchFolder.toLocalFile(), session.paused ? 1 : 0, text(session.ending)});
+    for (const QString &name : namesAtStart)
+        m_database.write(insertName, {session.folderId, name, 0});
 }
 
 void SessionJournal::setPaused(qint64 folderId, bool paused)
@@ -88,10 +87,8 @@ void SessionJournal::addSkippedNames(qint64 folderId, const QSet<QString> &names
 {
     if (names.isEmpty())
         return;
-    m_database.writeTogether([&] {
-        for (const QString &name : names)
-            m_database.write(insertName, {folderId, name, 1});
-    });
+    for (const QString &name : names)
+        m_database.write(insertName, {folderId, name, 1});
 }
 
 std::optional<RecordedSession> SessionJournal::first(const QString &condition,
